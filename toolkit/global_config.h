@@ -1,6 +1,7 @@
 // The toolkit's global configuration variables used by the map server.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -12,6 +13,10 @@ struct GlobalConfig {
   double vmp_iteration_max = 1000000.0;
   // Toolkit directory set by the application (log file fallback).
   std::optional<std::string> toolkit_dir;
+  // TVF output encoding of the tools: set by "-b" (binary), cleared by "-a".
+  bool binary_save = false;
+  // Progress interval of the tools ("-progress n"); -1 is unset.
+  int64_t progress = -1;
 };
 
 GlobalConfig& Config();
