@@ -1,0 +1,32 @@
+#include "map_server/driver/command_slim.h"
+
+#include "toolkit/message_log.h"
+
+namespace vmp {
+
+OptionTable SlimOptionTable(SlimOptions& o) {
+  OptionTable table = {
+      {"-verbosity", "verbosity", &kav::Messages().verbosity},
+      {"-filename", "filename", &o.filename},
+      {"-output", "output", &o.output},
+      {"-resolution", "resolution", &o.resolution},
+  };
+  AddSaveModeOptions(table, o.save_mode);
+  return table;
+}
+
+bool SetupSlim(ArgList args, SlimOptions& o) {
+  if (!ParseOptions(args, SlimOptionTable(o))) return false;
+  if (!o.filename || !o.output || !o.resolution || *o.resolution <= 0.0) {
+    return CheckFailed("Mandatory variables filename, output or resolution not set!");
+  }
+  return true;
+}
+
+int RunSlim(const SlimOptions& o) {
+  // Worker: SlimTvfFile(*o.filename, *o.output, *o.resolution)
+  const bool slimmed = ReportUnavailable("Slimming");
+  return ToolStatus(slimmed, "Slimed data", "Error sliming data");
+}
+
+}  // namespace vmp

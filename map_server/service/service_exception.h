@@ -1,0 +1,26 @@
+// The service exception report: the answer to a map request that failed,
+// and to a "-generate" command line that cannot be served, so that a CGI
+// caller always receives a well-formed answer.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace vmp {
+
+// At most this many entries of ImageErrors are listed in a report.
+inline constexpr size_t kMaxListedImageErrors = 31;
+
+// Writes the report for `message` and its optional `detail`. In command-line
+// mode it goes to standard error: the message and "\n", the detail and "\n"
+// if there is one, then the first entries of ImageErrors (if the list exists)
+// as lines of their own.
+void WriteServiceException(std::string_view message,
+                           std::optional<std::string_view> detail = std::nullopt);
+
+// The command-line form of the report, as WriteServiceException writes it.
+std::string FormatServiceExceptionText(std::string_view message,
+                                       std::optional<std::string_view> detail);
+
+}  // namespace vmp
