@@ -12,14 +12,21 @@ namespace vmp {
 // At most this many entries of ImageErrors are listed in a report.
 inline constexpr size_t kMaxListedImageErrors = 31;
 
-// Writes the report for `message` and its optional `detail`. In command-line
+// Writes the report for `message` and its optional `detail`. In CGI mode it
+// is the XML report on standard output (FormatServiceExceptionXml). In command-line
 // mode it goes to standard error: the message and "\n", the detail and "\n"
 // if there is one, then the first entries of ImageErrors (if the list exists)
 // as lines of their own.
 void WriteServiceException(std::string_view message,
                            std::optional<std::string_view> detail = std::nullopt);
 
-// The command-line form of the report, as WriteServiceException writes it.
+// The CGI form: "Content-Type: text/xml", a blank line, and the
+// ServiceExceptionReport (version 1.3.0) with one ServiceException holding
+// the message and detail lines, then one per listed ImageErrors entry.
+std::string FormatServiceExceptionXml(std::string_view message,
+                                      std::optional<std::string_view> detail);
+
+// The command-line form of the report.
 std::string FormatServiceExceptionText(std::string_view message,
                                        std::optional<std::string_view> detail);
 

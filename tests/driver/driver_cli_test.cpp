@@ -63,6 +63,14 @@ struct CliCase {
 CliCase Fails(const char* name, Args args, std::string err, Env env = {}) {
   return {name, std::move(args), 1, Nothing(), Exactly(std::move(err)), std::move(env)};
 }
+// In CGI mode the exception report is the XML document on standard output.
+CliCase CgiFails(const char* name, Args args, const std::string& message, Env env) {
+  return {name, std::move(args), 1,
+          Exactly("Content-Type: text/xml\n\n<ServiceExceptionReport version=\"1.3.0\">\n"
+                  "  <ServiceException>\n    " + message + "\n  </ServiceException>\n"
+                  "</ServiceExceptionReport>\n"),
+          Nothing(), std::move(env)};
+}
 CliCase FailsWith(const char* name, Args args, const std::string& message) {
   return Fails(name, std::move(args), Error(message));
 }
@@ -409,7 +417,7 @@ TEST(DriverCliTest, MapServerMode) {
   const std::string no_dataset = "Mandatory variable dataset is not set!\n";
   const std::string too_small = "iteration_max is too small: min=10000.\n\n";
   const std::string fcgi = "-fcgi option is not supported on this platform\n";
-  const std::string no_query_string = "Missing QUERY_STRING environment variable in CGI mode!\n";
+  const std::string no_query_string = "Missing QUERY_STRING environment variable in CGI mode!";
   RunCases({
       Fails("no arguments at all", {"-generate"}, no_dataset),
       Fails("no dataset", {"-generate", "-oGISreq", "x", "-output", "o.jpg"}, no_dataset),
@@ -422,11 +430,12 @@ TEST(DriverCliTest, MapServerMode) {
       Fails("request", With(valid, {{"-output", "-", "-verbosity", "4"}}), served),
       Fails("fcgi with a valid command line", With(valid, {{"-fcgi"}}), fcgi),
       Fails("fcgi before everything", {"-generate", "-fcgi", "-cgi"}, fcgi, query),
-      Fails("cgi without QUERY_STRING", cgi, no_query_string, no_query),
-      Fails("cgi ignores -oGISreq", With(valid, {{"-cgi"}}), no_query_string, no_query),
+      CgiFails("cgi without QUERY_STRING", cgi, no_query_string, no_query),
+      CgiFails("cgi ignores -oGISreq", With(valid, {{"-cgi"}}), no_query_string, no_query),
       Fails("cgi with QUERY_STRING", cgi, served, query),
       Fails("cgi with an empty QUERY_STRING", cgi, served, {{"QUERY_STRING", ""}}),
-      Fails("cgi without dataset", {"-generate", "-cgi"}, no_dataset, query),
+      CgiFails("cgi without dataset", {"-generate", "-cgi"}, "Mandatory variable dataset is not set!",
+               query),
   });
 }
 

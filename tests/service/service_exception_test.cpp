@@ -46,5 +46,26 @@ TEST(ServiceExceptionTest, ListsTheFirst31ImageErrors) {
   image_errors.reset();
 }
 
+TEST(ServiceExceptionTest, CgiFormIsAnXmlReportWithTheImageErrors) {
+  test::MessageCapture capture;
+  auto& image_errors = kav::Messages().image_errors;
+  image_errors.emplace();
+  image_errors->push_back("Error: Invalid REQUEST");
+  EXPECT_EQ(FormatServiceExceptionXml("The OpenGIS request could not be processed.",
+                                      "One or more of the variables is probably malformed."),
+            "Content-Type: text/xml\n\n"
+            "<ServiceExceptionReport version=\"1.3.0\">\n"
+            "  <ServiceException>\n"
+            "    The OpenGIS request could not be processed.\n"
+            "    One or more of the variables is probably malformed.\n"
+            "  </ServiceException>\n"
+            "  <ServiceException>Error: Invalid REQUEST</ServiceException>\n"
+            "</ServiceExceptionReport>\n");
+  image_errors.reset();
+  EXPECT_EQ(FormatServiceExceptionXml("m", std::nullopt),
+            "Content-Type: text/xml\n\n<ServiceExceptionReport version=\"1.3.0\">\n"
+            "  <ServiceException>\n    m\n  </ServiceException>\n</ServiceExceptionReport>\n");
+}
+
 }  // namespace
 }  // namespace vmp
