@@ -200,6 +200,8 @@ struct Layer {
   LayerRecord record;
   // The layer as described by its "FALLBACK=" file (image and vector layers).
   std::unique_ptr<Layer> fallback_file_layer;
+  // This layer is itself such a description (it reads no fallback of its own).
+  bool is_fallback_description = false;
 
   bool IsImageOrVector() const {
     return record.layer_type == kLayerImage || record.layer_type == kLayerVector;
