@@ -229,6 +229,7 @@ Alias* InfoReader::AliasForLine(std::string_view* rest, const InfoKeyword& k) {
     context_.CannotRead(k.long_name);
     return nullptr;
   }
+  *rest = SkipSeparators(*rest);  // the numbers may follow a comma
   Alias* alias = FindAlias(dataset_, name);
   if (alias == nullptr) {
     context_.ReportPrefixed(kError, k.long_name, "unknown alias");
