@@ -155,12 +155,15 @@ void LifReader::ReadSpecial(const LifKeyword& keyword, std::string_view rest,
     case LifAction::kCustomAttr: return ReadCustomAttr(rest, context);
     case LifAction::kAttrMap: return ReadAttrMap(rest, false, context);
     case LifAction::kPixelMap: return ReadAttrMap(rest, true, context);
-    case LifAction::kAttrCond:
-      if (!ParseLifAttrCondition(TrimBlanks(rest), &attr_conditions_)) {
+    case LifAction::kAttrCond: {
+      std::string_view condition = TrimBlanks(rest);
+      if (!ParseLifAttrCondition(condition, &attr_conditions_)) {
         context.Report(kError, "LIF file", lif_path_);
-        context.Report(kWarning, "Skipping invalid ATTR COND", TrimBlanks(rest));
+        if (condition.empty()) context.Report(kWarning, "Skipping invalid ATTR COND");
+        else context.Report(kWarning, "Skipping invalid ATTR COND", condition);
       }
       return;
+    }
     default: return;
   }
 }
