@@ -1,0 +1,80 @@
+// A map request: the 25 map parameters as resources (set by name from the
+// request query), the typed record they are converted into, and the
+// request's selected layers.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "map_server/dataset/dataset.h"
+#include "map_server/dataset/param_conversion.h"
+#include "map_server/dataset/resource_group.h"
+
+namespace vmp {
+
+// One entry of the request's Layers array: a layer named by the request's
+// layer string. Layer selection fills these (and adds its condition lists).
+struct SelectedLayer {
+  std::string name;
+  int mode = 0;  // 0 off, 1 on, 2 on with conditions
+  bool override_zoom = false;  // "++"
+  std::optional<std::vector<Box>> enable_boxes;  // from the alias that brought it in
+  std::optional<std::vector<Box>> disable_boxes;
+  double alias_min_zoom = -1.0;
+  double alias_max_zoom = -1.0;
+};
+
+struct MapRecord {
+  std::optional<std::string> dataset_name = "DefaultDataset";
+  int64_t projection = 2;
+  double center_lat = -117.0;
+  double center_lon = 44.0;
+  double v_extent = 1.2;
+  double h_extent = 1.2;
+  int32_t width = 512;
+  int32_t height = 512;
+  int32_t stretch = 0;
+  Rgb background;  // 0..255
+  int32_t image_errors = 1;
+  double angle = 0.0;
+  int32_t image_anti_aliasing = 0;
+  double location_lat = -117.0;
+  double location_lon = 44.0;
+  int32_t location_i = 0;
+  int32_t location_j = 0;
+  std::optional<std::string> query_layers;
+  int32_t label_selection_mode = 3;
+  int32_t clip_area = 0;
+  int32_t clip_min_x = 0;
+  int32_t clip_max_x = 0;
+  int32_t clip_min_y = 0;
+  int32_t clip_max_y = 0;
+
+  // Bound by VmpSetupMap; null until then.
+  Dataset* dataset = nullptr;
+
+  // --- Per-request state added by the rendering modules (geometry, ...) ---
+};
+
+struct MapRequest {
+  ResourceGroup resources{"MapRequest"};
+  MapRecord record;
+  std::vector<SelectedLayer> layers;  // the Layers array
+};
+
+// A new request with the 25 map resources at their table defaults (the
+// process verbosity is copied into "Verbosity") and an empty Layers array.
+std::unique_ptr<MapRequest> CreateMapRequest();
+
+// The record field of map table entry `index`; `verbosity` receives the
+// "Verbosity" entry, which lives process-wide rather than in the record.
+FieldRef MapField(MapRecord& record, int32_t& verbosity, int index);
+
+// Copies the request's resources into its record. "Verbosity" goes to the
+// process-wide verbosity; a value of 1000 or more is a diagnostic code: it
+// moves to the message log's debug code and the verbosity becomes 0.
+void ConvertConfig(MapRequest& map);
+
+}  // namespace vmp

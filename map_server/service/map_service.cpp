@@ -1,0 +1,93 @@
+#include "map_server/service/map_service.h"
+
+#include <ft2build.h>
+#include FT_FREETYPE_H
+
+#include "map_server/dataset/dataset_info_reader.h"
+#include "toolkit/message_log.h"
+
+namespace vmp {
+
+namespace {
+constexpr const char* kDefaultDatasetName = "DefaultDataset";
+}  // namespace
+
+MapService::MapService()
+    : font_library_init_([](FT_LibraryRec_** library) { return static_cast<int>(FT_Init_FreeType(library)); }) {}
+
+MapService::~MapService() {
+  if (font_library_ != nullptr) FT_Done_FreeType(font_library_);
+}
+
+void MapService::Start(const std::string& info_path) {
+  if (started_) return;
+  started_ = true;
+  kav::Messages().image_errors.emplace();
+  datasets_.clear();
+  cached_layers_.clear();
+
+  FT_LibraryRec_* library = nullptr;
+  if (font_library_init_(&library) != 0) {
+    Report(kInternalError, "Error occurred during freetype font library initialization");
+    library = nullptr;
+  }
+  font_library_ = library;
+
+  std::unique_ptr<Dataset> dataset = CreateDataset(kDefaultDatasetName, info_path);
+  Dataset& loaded = *dataset;
+  datasets_.push_back(std::move(dataset));
+  LoadDatasetInfo(loaded, info_path);
+}
+
+void MapService::Terminate() {
+  if (!started_) return;
+  cached_layers_.clear();
+  datasets_.clear();
+  if (font_library_ != nullptr) {
+    FT_Done_FreeType(font_library_);
+    font_library_ = nullptr;
+  }
+  if (Verbosity() >= 2) Report(kInfo, "Terminated/Done!");
+  kav::Messages().image_errors.reset();
+  started_ = false;
+}
+
+Dataset* MapService::FindDataset(std::string_view name) {
+  if (name.empty()) {
+    Report(kError, "NULL or empty dataset name!");
+    return nullptr;
+  }
+  for (auto& dataset : datasets_) {
+    if (dataset->name == name) return dataset.get();
+  }
+  Report(kError, "Could not find dataset", name);
+  return nullptr;
+}
+
+Dataset* MapService::DatasetOfMap(const MapRequest& map) {
+  auto name = map.resources.GetString(MapParamTable()[kMapDatasetName].name);
+  if (!name) {
+    Report(kError, "Can't get map's dataset name");
+    return nullptr;
+  }
+  return FindDataset(*name ? std::string_view(**name) : std::string_view());
+}
+
+MapService& Service() {
+  static MapService service;
+  return service;
+}
+
+bool VmpSetupMap(MapRequest& map) {
+  Dataset* dataset = Service().DatasetOfMap(map);
+  map.record.dataset = dataset;
+  return dataset != nullptr;
+}
+
+bool CheckMapSetup(const MapRequest& map) {
+  if (map.record.dataset != nullptr) return true;
+  Report(kError, "Unset map object, missing VmpSetupMap() call!");
+  return false;
+}
+
+}  // namespace vmp

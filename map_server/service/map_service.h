@@ -1,0 +1,77 @@
+// The process-wide owner of the map server's state: the datasets, the list
+// of layers whose tiles stay cached, the FreeType library and (later) the
+// tile caches and counts. Started once per process by the map server mode.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "map_server/dataset/dataset.h"
+#include "map_server/dataset/map_request.h"
+
+struct FT_LibraryRec_;
+
+namespace vmp {
+
+class MapService {
+ public:
+  // Initialises FreeType; returns 0 on success (FT_Init_FreeType's contract).
+  using FontLibraryInit = std::function<int(FT_LibraryRec_** library)>;
+
+  MapService();
+  ~MapService();
+  MapService(const MapService&) = delete;
+  MapService& operator=(const MapService&) = delete;
+
+  // Starts the service once (a second call does nothing): creates
+  // ImageErrors in the message log, the dataset array and the cached layer
+  // list, initialises FreeType ("Error occurred during freetype font library
+  // initialization" on failure, and start-up goes on), then loads the
+  // dataset "DefaultDataset" from `info_path` (none when empty).
+  void Start(const std::string& info_path);
+  // Releases everything Start created; "Terminated/Done!" at verbosity 2 or
+  // more. The service can be started again afterwards.
+  void Terminate();
+  bool started() const { return started_; }
+
+  // Replaces FT_Init_FreeType (lets tests exercise the failure path).
+  void set_font_library_init(FontLibraryInit init) { font_library_init_ = std::move(init); }
+  FT_LibraryRec_* font_library() const { return font_library_; }
+
+  // The DatasetArray.
+  const std::vector<std::unique_ptr<Dataset>>& datasets() const { return datasets_; }
+  // Dataset by name: "NULL or empty dataset name!" for an empty name,
+  // "Could not find dataset" for an unknown one.
+  Dataset* FindDataset(std::string_view name);
+  // The dataset named by the request's DatasetName ("Can't get map's dataset
+  // name" when that cannot be read).
+  Dataset* DatasetOfMap(const MapRequest& map);
+
+  // Layers whose tiles stay cached between requests (CachedLayers).
+  std::vector<Layer*>& cached_layers() { return cached_layers_; }
+
+  // --- Tile caches, loaded tile counts and the map image: added by the
+  // tile and rendering modules. ---
+
+ private:
+  bool started_ = false;
+  std::vector<std::unique_ptr<Dataset>> datasets_;
+  std::vector<Layer*> cached_layers_;
+  FontLibraryInit font_library_init_;
+  FT_LibraryRec_* font_library_ = nullptr;
+};
+
+// The process's map service.
+MapService& Service();
+
+// Binds the request to its dataset (by its DatasetName); false when the
+// dataset cannot be found.
+bool VmpSetupMap(MapRequest& map);
+// False with "Unset map object, missing VmpSetupMap() call!" when the
+// request has no dataset.
+bool CheckMapSetup(const MapRequest& map);
+
+}  // namespace vmp
