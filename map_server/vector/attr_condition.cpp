@@ -1,6 +1,7 @@
 #include "map_server/vector/attr_condition.h"
 
 #include <cstdlib>
+#include <cstring>
 
 #include "toolkit/message_log.h"
 
@@ -30,8 +31,8 @@ constexpr OperatorWord kOperators[] = {
 
 bool ReadOperator(const char** p, AttrOp* op) {
   for (const OperatorWord& w : kOperators) {
-    size_t n = std::char_traits<char>::length(w.text);
-    if (std::char_traits<char>::compare(*p, w.text, n) == 0) {
+    size_t n = std::strlen(w.text);
+    if (std::strncmp(*p, w.text, n) == 0) {  // stops at the text's end
       *op = w.op;
       *p += n;
       return true;
