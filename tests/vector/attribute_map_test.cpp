@@ -113,22 +113,6 @@ TEST(AttributeMapTest, BuilderRefusesBadLines) {
   }
 }
 
-TEST(AttributeMapTest, ParsedInputs) {
-  struct Case {
-    const char* resource;
-    int64_t input;
-  } cases[] = {{"TextFont", kMapInputZoom},     {"TextFont@ZOOM", kMapInputZoom},
-               {"TextFont@RANDOM", kMapInputRandom}, {"TextFont@-3", kMapInputRandom},
-               {"TextFont@0", 0},               {"TextFont@12", 12}};
-  for (const Case& c : cases) {
-    LayerFixture f;
-    ASSERT_TRUE(f.AddMap("size_word", c.resource, "ABS", kZoomTable)) << c.resource;
-    EXPECT_EQ(f.layer.attr_maps.back().input, c.input);
-    EXPECT_EQ(f.layer.attr_maps.back().resource_name, "TextFont");
-    EXPECT_EQ(f.layer.attr_maps.back().output_index, 100);
-  }
-}
-
 TEST(AttributeMapTest, ZoomInputPicksTheLastEntryAtOrBelow) {
   LayerFixture f;
   ASSERT_TRUE(f.AddMap("size_word", "TextFont", "ABS", kZoomTable));

@@ -79,31 +79,6 @@ TEST(TvfWriterTest, WritesBothEncodingsByteForByte) {
   EXPECT_EQ(WriteSample(TvfFormat::kBinary, dir), kBinarySample);
 }
 
-TEST(TvfWriterTest, ReaderReadsTheByteExactSamples) {
-  for (const std::string* bytes : {&kAsciiSample, &kBinarySample}) {
-    VectorData data;
-    ASSERT_TRUE(test::LoadBytes(*bytes, data));
-    ASSERT_EQ(data.FeatureCount(), 3);
-    EXPECT_EQ(data.polygon_count, 1);
-    EXPECT_EQ(data.marker_count, 2);
-    EXPECT_EQ(data.max_attr_index, 3);
-    const PolygonFeature* polygon = data.features[0]->AsPolygon();
-    ASSERT_NE(polygon, nullptr);
-    EXPECT_EQ(polygon->flag, -1);
-    EXPECT_EQ(*polygon->FindAttribute(0)->value.text, "ab");
-    EXPECT_EQ(polygon->FindAttribute(3)->value, TypedValue::Geo(1, 2, 3));
-    const MarkerFeature* placed = data.features[1]->AsMarker();
-    ASSERT_NE(placed, nullptr);
-    EXPECT_EQ(placed->label, "hello");
-    EXPECT_EQ(placed->flag, 3);
-    EXPECT_EQ(placed->placement2, -0.25);
-    const MarkerFeature* plain = data.features[2]->AsMarker();
-    EXPECT_FALSE(plain->label.has_value());
-    EXPECT_FALSE(plain->FindAttribute(1)->value.text.has_value());
-    EXPECT_EQ(plain->x, 5.0);
-  }
-}
-
 TEST(TvfWriterTest, UnsupportedTypesGoToStandardErrorAndKeepTheFileReadable) {
   test::TempDir dir;
   std::string path = dir / "bad.tvf";
