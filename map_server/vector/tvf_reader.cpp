@@ -1,0 +1,530 @@
+#include "map_server/vector/tvf_reader.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <memory>
+
+#include "map_server/vector/c_real_scan.h"
+#include "toolkit/message_log.h"
+#include "toolkit/strings.h"
+
+namespace vmp {
+
+namespace {
+
+// Arrays sized from a count in a stream of unknown length (a pipe) are
+// reserved up to this many elements at once and grow beyond as data comes.
+constexpr uint64_t kUnknownSourceReserve = uint64_t{1} << 16;
+// Fewest bytes one point or one attribute entry takes in each encoding
+// (ASCII "0 0 " and "0 2 0 "; BINARY two and three 8-byte fields).
+constexpr uint64_t kMinAsciiPointBytes = 4;
+constexpr uint64_t kMinBinaryPointBytes = 16;
+constexpr uint64_t kMinAsciiAttributeBytes = 6;
+constexpr uint64_t kMinBinaryAttributeBytes = 24;
+// The record marker that starts every record.
+constexpr int64_t kRecordMarker = 7;
+
+struct FileCloser {
+  void operator()(FILE* f) const { std::fclose(f); }
+};
+struct PipeCloser {
+  void operator()(FILE* f) const { pclose(f); }
+};
+
+int HexValue(int c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+bool IsNumberTerminator(int c) {
+  return c == TvfInput::kEnd || c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+// "%lx": sign, optional "0x", hexadecimal digits; saturates on overflow
+// like the C library does.
+bool ReadHex(TvfInput& in, int64_t* out) {
+  in.SkipSpace();
+  int c = in.Peek();
+  bool negative = false;
+  if (c == '+' || c == '-') {
+    negative = c == '-';
+    in.Advance();
+    c = in.Peek();
+  }
+  uint64_t value = 0;
+  bool digits = false;
+  bool overflow = false;
+  if (c == '0') {
+    digits = true;
+    in.Advance();
+    c = in.Peek();
+    if (c == 'x' || c == 'X') {
+      in.Advance();
+      c = in.Peek();
+    }
+  }
+  for (int d = HexValue(c); d >= 0; d = HexValue(c)) {
+    if (value > (UINT64_MAX >> 4)) overflow = true;
+    value = (value << 4) | static_cast<uint64_t>(d);
+    digits = true;
+    in.Advance();
+    c = in.Peek();
+  }
+  if (!digits) return false;
+  if (overflow) value = UINT64_MAX;
+  else if (negative) value = ~value + 1;
+  *out = static_cast<int64_t>(value);
+  return true;
+}
+
+bool ReadLittleEndian(TvfInput& in, uint64_t* out) {
+  unsigned char bytes[8];
+  if (in.Read(bytes, 8) != 8) return false;
+  uint64_t value = 0;
+  for (int i = 7; i >= 0; --i) value = (value << 8) | bytes[i];
+  *out = value;
+  return true;
+}
+
+bool ReadBinaryDouble(TvfInput& in, double* out) {
+  uint64_t bits;
+  if (!ReadLittleEndian(in, &bits)) return false;
+  std::memcpy(out, &bits, sizeof bits);
+  return true;
+}
+
+// How many elements of `min_bytes` each to reserve for a declared count:
+// all of them when the input can hold them, else as many as it can.
+size_t PlausibleCount(uint64_t declared, uint64_t min_bytes, const TvfInput& in) {
+  std::optional<uint64_t> remaining = in.RemainingBytes();
+  uint64_t limit = remaining ? *remaining / min_bytes + 1 : kUnknownSourceReserve;
+  return static_cast<size_t>(std::min(declared, limit));
+}
+
+// Reads the records of one file; owns the per-load state and messages.
+class TvfRecordReader {
+ public:
+  TvfRecordReader(TvfInput& in, const std::string& name, VectorData& data, bool quiet)
+      : in_(in), name_(name), data_(data), quiet_(quiet) {}
+
+  bool ReadHeader();
+  bool ReadRecords();
+
+ private:
+  void Fail(const char* message) {
+    if (!quiet_) Report(kError, message, name_);
+  }
+  bool ReadInteger(int64_t* out) { return ReadTvfInteger(in_, format_, out); }
+  bool ReadPoint(double* x, double* y) {
+    if (format_ == TvfFormat::kBinary) return ReadBinaryDouble(in_, x) && ReadBinaryDouble(in_, y);
+    return ParseTvfNumber(in_, x) && ParseTvfNumber(in_, y);
+  }
+  bool ReadPolygon();
+  bool ReadMarker();
+  bool ReadAttributes(Feature& feature, int64_t count);
+  void JoinGroup(PolygonFeature* polygon);
+
+  TvfInput& in_;
+  const std::string& name_;
+  VectorData& data_;
+  bool quiet_;
+  TvfFormat format_ = TvfFormat::kAscii;
+  int64_t version_ = kTvfVersion;
+  PolygonFeature* group_head_ = nullptr;  // head of the open polygon group
+};
+
+bool TvfRecordReader::ReadHeader() {
+  int64_t magic = 0, version = 0, format = 0;
+  const char* problem = nullptr;
+  if (!ReadHex(in_, &magic) || magic != kTvfMagic) {
+    problem = "File Specified is not a valid TVF file";
+  } else if (!ReadHex(in_, &version) || static_cast<uint64_t>(version) > kTvfVersion) {
+    problem = "The version number could not be read or is greater than version of the software";
+  } else if (!ReadHex(in_, &format) || (format != 0 && format != 1)) {
+    problem = "Unknown save format: only ASCII and BINARY are supported.";
+  }
+  if (problem != nullptr) {
+    Report(kError, problem, name_);
+    Fail("Invalid header in TVF data file");
+    return false;
+  }
+  version_ = version;
+  format_ = static_cast<TvfFormat>(format);
+  data_.version = version_;
+  data_.format = format_;
+  if (format_ == TvfFormat::kBinary) in_.Skip(1);  // the blank that ends the header
+  return true;
+}
+
+bool TvfRecordReader::ReadRecords() {
+  for (;;) {
+    int64_t marker = 0, type = 0;
+    if (format_ == TvfFormat::kAscii) {
+      in_.SkipSpace();
+      if (in_.AtEnd() && !in_.Failed()) return true;
+      if (!ReadHex(in_, &marker) || marker != kRecordMarker) return false;
+      if (!ReadHex(in_, &type)) return false;
+    } else {
+      if (in_.AtEnd() && !in_.Failed()) return true;
+      // The marker is read but not compared in this encoding.
+      if (!ReadTvfInteger(in_, format_, &marker) || !ReadTvfInteger(in_, format_, &type)) {
+        return false;
+      }
+    }
+    bool ok;
+    if (type == 0) {
+      ok = ReadPolygon();
+    } else if (type == 1) {
+      ok = ReadMarker();
+    } else {
+      Fail("Unkown object type");
+      ok = false;
+    }
+    if (!ok) return false;
+  }
+}
+
+bool TvfRecordReader::ReadPolygon() {
+  int64_t flag = 0, point_count = 0, attribute_count = 0;
+  if (version_ >= 2 && !ReadInteger(&flag)) return false;
+  if (!ReadInteger(&point_count) || !ReadInteger(&attribute_count)) return false;
+  if (point_count < 0) {
+    Fail("Error reading polygon points");
+    return false;
+  }
+  auto polygon = std::make_unique<PolygonFeature>();
+  polygon->flag = static_cast<int8_t>(flag);
+  if (!ReadAttributes(*polygon, attribute_count)) return false;
+
+  uint64_t min_bytes = format_ == TvfFormat::kBinary ? kMinBinaryPointBytes : kMinAsciiPointBytes;
+  std::vector<PolygonPoint>& points = polygon->points;
+  points.reserve(PlausibleCount(static_cast<uint64_t>(point_count), min_bytes, in_) + 1);
+  PolygonBox& box = polygon->box;
+  for (int64_t i = 0; i < point_count; ++i) {
+    double x, y;
+    if (!ReadPoint(&x, &y)) {
+      Fail("Error reading polygon points");
+      return false;
+    }
+    if (i == 0) {
+      box = {x, y, x, y};
+    } else {
+      if (x < box.min_x) box.min_x = x;
+      if (y < box.min_y) box.min_y = y;
+      if (x > box.max_x) box.max_x = x;
+      if (y > box.max_y) box.max_y = y;
+    }
+    points.push_back({x, y, 0.0});
+  }
+  polygon->extent = std::max(std::fabs(box.min_x - box.max_x), std::fabs(box.min_y - box.max_y));
+  JoinGroup(polygon.get());
+  data_.AddFeature(std::move(polygon));
+  return true;
+}
+
+// Polygons with a non-zero continuation flag form a group headed by the
+// first of them; the head's box covers the whole group. A flag of 0 closes
+// the group.
+void TvfRecordReader::JoinGroup(PolygonFeature* polygon) {
+  if (polygon->flag == 0) {
+    group_head_ = nullptr;
+    return;
+  }
+  if (group_head_ == nullptr) group_head_ = polygon;
+  group_head_->WidenBox(polygon->box);
+}
+
+bool TvfRecordReader::ReadMarker() {
+  int64_t marker_type = 0;
+  if (!ReadInteger(&marker_type)) return false;
+  auto marker = std::make_unique<MarkerFeature>();
+  if (marker_type < 0 || marker_type > 2) {
+    if (!quiet_) Report(kError, "Unknown marker type");
+    return false;
+  }
+  marker->marker_type = static_cast<uint32_t>(marker_type);
+  if (marker_type == 2) {
+    int64_t flag = 0;
+    if (!ReadTvfReal(in_, format_, &marker->placement1) ||
+        !ReadTvfReal(in_, format_, &marker->placement2) || !ReadInteger(&flag)) {
+      return false;
+    }
+    marker->flag = static_cast<int8_t>(flag);
+  }
+  if (marker_type >= 1 && !ReadTvfString(in_, format_, &marker->label, quiet_)) return false;
+  int64_t attribute_count = 0;
+  if (!ReadInteger(&attribute_count)) return false;
+  if (!ReadAttributes(*marker, attribute_count)) return false;
+  if (!ReadPoint(&marker->x, &marker->y)) {
+    Fail("Error reading polygon points");
+    return false;
+  }
+  data_.AddFeature(std::move(marker));
+  return true;
+}
+
+bool TvfRecordReader::ReadAttributes(Feature& feature, int64_t count) {
+  if (count < 0) {
+    Fail("Bad attribute");
+    return false;
+  }
+  if (count == 0) return true;
+  uint64_t min_bytes =
+      format_ == TvfFormat::kBinary ? kMinBinaryAttributeBytes : kMinAsciiAttributeBytes;
+  feature.attributes.reserve(PlausibleCount(static_cast<uint64_t>(count), min_bytes, in_));
+  int64_t max_index = 0;
+  for (int64_t i = 0; i < count; ++i) {
+    int64_t index = 0, type = 0;
+    if (!ReadInteger(&index) || !ReadInteger(&type) || index < 0 ||
+        index > kTvfMaxAttributeIndex) {
+      Fail("Bad attribute");
+      return false;
+    }
+    max_index = std::max(max_index, index);
+    TypedValue value;
+    switch (type) {
+      case 1: {
+        std::optional<std::string> text;
+        if (!ReadTvfString(in_, format_, &text, quiet_)) {
+          Fail("Bad S attribute");
+          return false;
+        }
+        value = TypedValue::String(std::move(text));
+        break;
+      }
+      case 2: {
+        double d;
+        if (!ReadTvfReal(in_, format_, &d)) {
+          Fail("Bad D attribute");
+          return false;
+        }
+        value = TypedValue::Double(d);
+        break;
+      }
+      case 3: {
+        double a, b, c;
+        if (!ReadTvfReal(in_, format_, &a) || !ReadTvfReal(in_, format_, &b) ||
+            !ReadTvfReal(in_, format_, &c)) {
+          Fail("Bad G attribute");
+          return false;
+        }
+        value = TypedValue::Geo(a, b, c);
+        break;
+      }
+      default:
+        Fail("Unknown attribute type");
+        return false;
+    }
+    feature.attributes.push_back(Attribute{index, std::move(value)});
+  }
+  feature.max_attr_index = max_index;
+  feature.index_map.assign(static_cast<size_t>(max_index) + 1, -1);
+  for (size_t i = 0; i < feature.attributes.size(); ++i) {
+    feature.index_map[static_cast<size_t>(feature.attributes[i].index)] = static_cast<int64_t>(i);
+  }
+  return true;
+}
+
+}  // namespace
+
+bool ReadTvfInteger(TvfInput& input, TvfFormat format, int64_t* out) {
+  if (format == TvfFormat::kAscii) return ReadHex(input, out);
+  uint64_t bits;
+  if (!ReadLittleEndian(input, &bits)) return false;
+  *out = static_cast<int64_t>(bits);
+  return true;
+}
+
+bool ReadTvfReal(TvfInput& input, TvfFormat format, double* out) {
+  if (format == TvfFormat::kBinary) return ReadBinaryDouble(input, out);
+  input.SkipSpace();
+  std::string token;
+  RealTokenScanner scanner;
+  for (int c = input.Peek(); c != TvfInput::kEnd && scanner.Accept(c); c = input.Peek()) {
+    token.push_back(static_cast<char>(c));
+    input.Advance();
+  }
+  return scanner.Complete() && ConvertRealToken(token, scanner.IsHex(), out);
+}
+
+bool ReadTvfString(TvfInput& input, TvfFormat format, std::optional<std::string>* out,
+                   bool quiet) {
+  int64_t length = 0;
+  if (!ReadTvfInteger(input, format, &length)) return false;
+  if (length == -1) {
+    if (out != nullptr) out->reset();
+    return true;
+  }
+  if (length < 0 || length > kTvfMaxStringLength) {
+    if (!quiet) Report(kError, "String is too long (length > 1024)");
+    return false;
+  }
+  if (format == TvfFormat::kAscii && input.Get() == TvfInput::kEnd) return false;
+  size_t size = static_cast<size_t>(length) + 1;  // the characters and their NUL
+  if (out == nullptr) return input.Skip(size) == size;
+  std::string text(size, '\0');
+  if (input.Read(text.data(), size) != size) return false;
+  text.resize(std::min(text.find('\0'), static_cast<size_t>(length)));
+  *out = std::move(text);
+  return true;
+}
+
+bool ParseTvfNumber(TvfInput& input, double* out) {
+  input.SkipSpace();
+  int c = input.Peek();
+  if (c == TvfInput::kEnd) return false;
+  double sign = 1.0;
+  if (c == '+' || c == '-') {
+    if (c == '-') sign = -1.0;
+    input.Advance();
+    c = input.Peek();
+  }
+  double integer = 0.0, numerator = 0.0, denominator = 1.0;
+  bool fraction = false;
+  int64_t digits = 0;
+  for (;; c = input.Peek()) {
+    if (c >= '0' && c <= '9') {
+      if (fraction) {
+        numerator = numerator * 10.0 + (c - '0');
+        denominator *= 10.0;
+      } else {
+        integer = integer * 10.0 + (c - '0');
+      }
+      ++digits;
+    } else if (c == '.' && !fraction) {
+      fraction = true;
+    } else {
+      break;
+    }
+    input.Advance();
+  }
+  if (digits == 0) return false;
+  double value = sign * (integer + numerator / denominator);
+  if (IsNumberTerminator(c)) {
+    *out = value;
+    return true;
+  }
+  if (c != 'e' && c != 'E') return false;
+  input.Advance();
+  c = input.Peek();
+  bool negative_exponent = false;
+  if (c == '+' || c == '-') {
+    negative_exponent = c == '-';
+    input.Advance();
+    c = input.Peek();
+  }
+  int64_t exponent = 0, exponent_digits = 0;
+  for (; c >= '0' && c <= '9'; c = input.Peek()) {
+    if (exponent < 1000000000) exponent = exponent * 10 + (c - '0');
+    ++exponent_digits;
+    input.Advance();
+  }
+  if (exponent_digits == 0 || !IsNumberTerminator(c)) return false;
+  // Stepwise scaling; it stops once the value can no longer change.
+  for (int64_t i = 0; i < exponent && value != 0.0 && std::isfinite(value); ++i) {
+    value = negative_exponent ? value / 10.0 : value * 10.0;
+  }
+  *out = value;
+  return true;
+}
+
+std::string BuildFilterCommandLine(std::string_view command, std::string_view file_name) {
+  std::string line;
+  size_t percent = command.find('%');
+  line.append(command.substr(0, percent));
+  if (percent == std::string_view::npos) line.push_back(' ');
+  line.push_back('"');
+  line.append(file_name);
+  line.push_back('"');
+  if (percent != std::string_view::npos) line.append(command.substr(percent + 1));
+  return line;
+}
+
+bool ConvertShapefileToTvfStream(const std::string& shapefile, FILE* out) {
+  // The shapefile converter is not part of this build yet; once it is, this
+  // becomes: return ConvertShapefile(shapefile, nullptr, out, false, binary, false);
+  (void)shapefile;
+  (void)out;
+  return false;
+}
+
+bool LoadTvfStream(TvfInput& input, const std::string& name, VectorData& data, bool quiet) {
+  data.Clear();
+  data.loading = true;
+  data.error = true;
+  TvfRecordReader reader(input, name, data, quiet);
+  if (!reader.ReadHeader()) return false;
+  bool ok = reader.ReadRecords() && !input.Failed();
+  data.loading = false;
+  if (!ok) {
+    if (!quiet) {
+      Report(kError, "Error reading TVF data file", name);
+      ReportNumber(kError, "Error reading TVF data file at object",
+                   static_cast<double>(data.FeatureCount()));
+    }
+    return false;
+  }
+  data.error = false;
+  return true;
+}
+
+bool LoadTvfFile(const std::string& file_name, TvfSource source, VectorData& data,
+                 std::string_view filter_command, bool quiet) {
+  data.Clear();
+  data.loading = true;
+  data.error = true;
+  bool timing = Verbosity() <= -3;
+  auto started = std::chrono::steady_clock::now();
+  auto report_time = [&] {
+    if (!timing) return;
+    std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - started;
+    ReportNumber(kInfo, "Vector tile load time", elapsed.count());
+  };
+
+  std::unique_ptr<FILE, FileCloser> file;
+  std::unique_ptr<FILE, PipeCloser> pipe;
+  FILE* stream = nullptr;
+  bool shapefile = source == TvfSource::kShapefile ||
+                   (source == TvfSource::kByName && kav::EndsWith(file_name, ".shp"));
+  if (!filter_command.empty()) {
+    std::string command_line = BuildFilterCommandLine(filter_command, file_name);
+    if (Verbosity() >= 6) Report(kInfo, "Invoking the command", command_line);
+    std::fflush(nullptr);  // nothing buffered may reach the command's output twice
+    pipe.reset(popen(command_line.c_str(), "r"));
+    stream = pipe.get();
+  } else if (shapefile) {
+    file.reset(std::tmpfile());
+    if (!file) {
+      Report(kError, "Can't create tmpfile!");
+      if (!quiet) Report(kError, "Could not open TVF file", file_name);
+      report_time();
+      return false;
+    }
+    if (!ConvertShapefileToTvfStream(file_name, file.get())) {
+      if (!quiet) Report(kError, "Error converting shape file: " + file_name + ".");
+      report_time();
+      return false;
+    }
+    std::rewind(file.get());
+    stream = file.get();
+  } else {
+    file.reset(std::fopen(file_name.c_str(), "rb"));
+    stream = file.get();
+  }
+  if (stream == nullptr) {
+    if (!quiet) Report(kError, "Could not open TVF file", file_name);
+    report_time();
+    return false;
+  }
+
+  TvfInput input(stream);
+  bool ok = LoadTvfStream(input, file_name, data, quiet);
+  if (ok && Verbosity() >= 6) Report(kInfo, "Loaded TVF file", file_name);
+  report_time();
+  return ok;
+}
+
+}  // namespace vmp
