@@ -99,28 +99,30 @@ void ConvertConfig(Layer& layer) {
   ConvertResources(layer.resources, LayerParamTable(),
                    [&record](int index) { return LayerField(record, index); });
 
-  for (CustomAttribute& attr : record.custom_attrs) {
-    int64_t index = attr.number;
+  std::vector<CustomAttribute>& customs = record.attributes.custom_attributes;
+  for (const CustomAttribute& attr : customs) {
+    int64_t index = attr.entry.index;
     if (index < 0 || index >= static_cast<int64_t>(record.custom_attr_index.size()) ||
         record.custom_attr_index[static_cast<size_t>(index)] < 0) {
       Report(kError, "Invalid custom attribute index in ConvertConfig.", layer.name);
       continue;
     }
     CustomAttribute& slot =
-        record.custom_attrs[static_cast<size_t>(record.custom_attr_index[static_cast<size_t>(index)])];
+        customs[static_cast<size_t>(record.custom_attr_index[static_cast<size_t>(index)])];
     const Resource* r = layer.resources.Find(attr.name);
     if (r == nullptr) continue;
-    switch (slot.type) {
+    TypedValue& value = slot.entry.value;
+    switch (value.type) {
       case ValueType::kString:
-        if (r->kind == ResourceKind::kString) slot.value = TypedValue::String(r->text);
+        if (r->kind == ResourceKind::kString) value = TypedValue::String(r->text);
         break;
       case ValueType::kDouble:
-        if (r->kind == ResourceKind::kNumber) slot.value = TypedValue::Double(r->number);
+        if (r->kind == ResourceKind::kNumber) value = TypedValue::Double(r->number);
         break;
       case ValueType::kGeo:
         if (r->kind == ResourceKind::kColor) {
           Rgb c = ScaleColor(r->color);
-          slot.value = TypedValue::Geo(c.red, c.green, c.blue);
+          value = TypedValue::Geo(c.red, c.green, c.blue);
         }
         break;
       default: Report(kError, "Invalid data type", attr.name); break;

@@ -13,6 +13,8 @@
 #include "map_server/dataset/param_conversion.h"
 #include "map_server/dataset/resource_group.h"
 #include "map_server/dataset/slf_tree.h"
+#include "map_server/vector/attr_condition.h"
+#include "map_server/vector/attribute_map.h"
 #include "map_server/vector/typed_value.h"
 
 namespace vmp {
@@ -104,28 +106,6 @@ struct TileAttributes {
   int32_t bg_color_blue = -1;
 };
 
-// A "CUSTOM ATTR=" declaration with its value slot.
-struct CustomAttribute {
-  int64_t number = 0;  // the attribute index
-  std::string name;    // also the name of its layer resource
-  ValueType type = ValueType::kNone;
-  TypedValue value;
-};
-
-enum class ThresholdMode { kAbsolute, kRelative };  // "ABS", "REL"
-
-// An "ATTR MAP=" or "PIXEL MAP=" line: a layer resource driven by an
-// attribute (or the pixel colour) through a threshold table.
-struct AttributeMap {
-  bool pixel_map = false;
-  std::string attribute;    // custom attribute name, or "PixelColor"
-  int custom_index = -1;    // position in custom_attrs (attribute maps)
-  std::string resource;     // the layer resource the map drives
-  std::string threshold_file;  // resolved path
-  ThresholdMode mode = ThresholdMode::kAbsolute;
-  ThresholdTable thresholds;
-};
-
 struct LayerRecord {
   // --- Stored by the LIF reader (not by the conversion step) ---
   int64_t layer_type = kLayerImage;
@@ -160,11 +140,14 @@ struct LayerRecord {
   std::string redirect_path;               // resolved redirect file; empty: none
   std::optional<std::string> redirect_prefix;  // the current prefix
 
-  std::vector<CustomAttribute> custom_attrs;
-  std::vector<int> custom_attr_index;  // attribute number -> custom_attrs position, or -1
-  std::vector<AttributeMap> attr_maps;
-  std::vector<AttributeMap> pixel_maps;
-  std::vector<std::string> attr_conditions;  // "ATTR COND=" texts in file order
+  // Custom attributes ("CUSTOM ATTR=", also layer resources by their names)
+  // and the attribute and pixel maps ("ATTR MAP=", "PIXEL MAP=").
+  LayerAttributes attributes;
+  // Attribute number -> position in attributes.custom_attributes, or -1.
+  std::vector<int> custom_attr_index;
+  // The layer's "ATTR COND=" conditions (each line adds its chains); none
+  // when the layer has no condition.
+  std::optional<AttrConditionList> conditions;
 
   // --- Copied from the resources by the conversion step ---
   int64_t trans_type = 0;

@@ -202,22 +202,22 @@ std::unique_ptr<Layer> LifReader::Build(bool has_tree, const std::string& sublif
   r.relative_zoom = dataset_.NumberOption(kDatasetRelativeZoom);
   if (has_tree) r.tiles_sublif = sublif_path;
 
+  BuildLayerAttributes(custom_attrs_, std::move(attr_maps_), std::move(pixel_maps_), layer_name_,
+                       &r.attributes);
+  const std::vector<CustomAttribute>& customs = r.attributes.custom_attributes;
   int64_t largest = -1;
-  for (const CustomAttribute& a : custom_attrs_) largest = std::max(largest, a.number);
+  for (const CustomAttribute& a : customs) largest = std::max(largest, a.entry.index);
   r.custom_attr_index.assign(static_cast<size_t>(largest + 1), -1);
-  for (size_t i = 0; i < custom_attrs_.size(); ++i) {
-    const CustomAttribute& a = custom_attrs_[i];
-    if (a.number >= 0) r.custom_attr_index[static_cast<size_t>(a.number)] = static_cast<int>(i);
-    switch (a.type) {
+  for (size_t i = 0; i < customs.size(); ++i) {
+    const CustomAttribute& a = customs[i];
+    r.custom_attr_index[static_cast<size_t>(a.entry.index)] = static_cast<int>(i);
+    switch (a.entry.value.type) {
       case ValueType::kString: resources.SetString(a.name, std::nullopt); break;
       case ValueType::kGeo: resources.SetColor(a.name, Rgb{}); break;
       default: resources.SetNumber(a.name, 0.0); break;
     }
   }
-  r.custom_attrs = std::move(custom_attrs_);
-  r.attr_maps = std::move(attr_maps_);
-  r.pixel_maps = std::move(pixel_maps_);
-  r.attr_conditions = std::move(attr_conditions_);
+  r.conditions = std::move(conditions_);
 
   ConvertConfig(*layer);
 

@@ -157,7 +157,7 @@ void LifReader::ReadSpecial(const LifKeyword& keyword, std::string_view rest,
     case LifAction::kPixelMap: return ReadAttrMap(rest, true, context);
     case LifAction::kAttrCond: {
       std::string_view condition = TrimBlanks(rest);
-      if (!ParseLifAttrCondition(condition, &attr_conditions_)) {
+      if (!ParseLifAttrCondition(condition, conditions_)) {
         context.Report(kError, "LIF file", lif_path_);
         if (condition.empty()) context.Report(kWarning, "Skipping invalid ATTR COND");
         else context.Report(kWarning, "Skipping invalid ATTR COND", condition);
@@ -254,13 +254,9 @@ void LifReader::ReadCustomAttr(std::string_view rest, const ConfigContext& conte
     return context.Report(kError, "Custom attribute number is too large", name);
   }
   bool repeated = ParamIndex(kObjectLayer, name) >= 0;
-  for (const CustomAttribute& a : custom_attrs_) repeated |= a.name == name || a.number == number;
+  for (const CustomAttributeFields& a : custom_attrs_) repeated |= a.name == name || a.number == number;
   if (repeated) return context.Report(kError, "Repeated custom attribute", name);
-  CustomAttribute attr;
-  attr.number = number;
-  attr.name = std::move(name);
-  attr.type = type;
-  custom_attrs_.push_back(std::move(attr));
+  custom_attrs_.push_back({number, std::move(name), std::move(type_word)});
 }
 
 void LifReader::ReadAttrMap(std::string_view rest, bool pixel_map, const ConfigContext& context) {
@@ -268,28 +264,26 @@ void LifReader::ReadAttrMap(std::string_view rest, bool pixel_map, const ConfigC
   if (pixel_map && layer_type_ != kLayerImage) {
     return context.Report(kError, "PIXEL THRESHOLD is supported for IMAGE layers only", lif_path_);
   }
-  AttributeMap map;
-  map.pixel_map = pixel_map;
-  if (!ReadToken(&rest, &map.attribute, context)) {
+  AttributeMapFields map;
+  if (!ReadToken(&rest, &map.attribute_name, context)) {
     return context.Report(kError, "Error reading attribute map's attribute name", lif_path_);
   }
   auto custom = std::find_if(custom_attrs_.begin(), custom_attrs_.end(),
-                             [&](const CustomAttribute& a) { return a.name == map.attribute; });
+                             [&](const CustomAttributeFields& a) { return a.name == map.attribute_name; });
   if (pixel_map) {
-    if (map.attribute != "PixelColor") {
+    if (map.attribute_name != "PixelColor") {
       // A custom attribute stands where the pixel colour is expected.
       if (custom != custom_attrs_.end()) {
-        return context.Report(kError, "Unxepected non-zero attr name in PIXEL THRESHOLD", map.attribute);
+        return context.Report(kError, "Unxepected non-zero attr name in PIXEL THRESHOLD",
+                              map.attribute_name);
       }
-      return context.Report(kError, "Invalid attribute name (PixelColor expected)", map.attribute);
+      return context.Report(kError, "Invalid attribute name (PixelColor expected)", map.attribute_name);
     }
-  } else {
-    if (custom == custom_attrs_.end()) {
-      return context.Report(kError, "Invalid attribute name (define custom attrs first)", map.attribute);
-    }
-    map.custom_index = static_cast<int>(custom - custom_attrs_.begin());
+  } else if (custom == custom_attrs_.end()) {
+    return context.Report(kError, "Invalid attribute name (define custom attrs first)",
+                          map.attribute_name);
   }
-  if (!ReadToken(&rest, &map.resource, context)) {
+  if (!ReadToken(&rest, &map.resource_name, context)) {
     return context.Report(kError, "Error reading attribute map's resource name", lif_path_);
   }
   std::string threshold_file;
@@ -300,17 +294,22 @@ void LifReader::ReadAttrMap(std::string_view rest, bool pixel_map, const ConfigC
   if (!ReadToken(&rest, &mode, context)) {
     return context.Report(kError, "Error reading attribute map's ABS/REL flag", lif_path_);
   }
-  if (mode == "ABS") map.mode = ThresholdMode::kAbsolute;
-  else if (mode == "REL") map.mode = ThresholdMode::kRelative;
-  else return context.Report(kError, "Invalid threshold table type (REL or ABS)", mode);
+  if (mode != "ABS" && mode != "REL") {
+    return context.Report(kError, "Invalid threshold table type (REL or ABS)", mode);
+  }
+  map.table_kind = std::move(mode);
   map.threshold_file = Resolve(threshold_file);
   if (!ReadThresholdFile(map.threshold_file, &map.thresholds)) return;
   (pixel_map ? pixel_maps_ : attr_maps_).push_back(std::move(map));
 }
 
-bool ParseLifAttrCondition(std::string_view text, std::vector<std::string>* conditions) {
+bool ParseLifAttrCondition(std::string_view text, std::optional<AttrConditionList>& conditions) {
   if (text.empty()) return false;
-  conditions->emplace_back(text);
+  // A condition that fails to parse is skipped whole: parse it apart first.
+  AttrConditionList parsed;
+  if (!ParseAttrCondition(text, parsed)) return false;
+  if (!conditions) conditions.emplace();
+  for (AttrChain& chain : parsed.chains) conditions->chains.push_back(std::move(chain));
   return true;
 }
 

@@ -13,6 +13,8 @@
 // rest of the line ("FILL AND EDGE"), and compared exactly.
 #pragma once
 
+#include "map_server/vector/attr_condition.h"
+
 #include <memory>
 #include <string>
 #include <string_view>
@@ -47,10 +49,9 @@ std::unique_ptr<Layer> ParseLifText(const Dataset& dataset, std::string_view lay
                                     std::string_view lif_path, std::string_view text,
                                     bool read_error, bool fallback_description);
 
-// The parse of one "ATTR COND=" text, kept apart so that the attribute
-// condition parser plugs in here. Until it does, a non-empty condition is
-// accepted and its text kept, in file order, in `conditions`; an empty one
-// is refused. Returns false for a condition to skip.
-bool ParseLifAttrCondition(std::string_view text, std::vector<std::string>* conditions);
+// Parses one "ATTR COND=" text and adds its chains to `conditions` (created
+// on the first). An empty or invalid condition adds nothing and returns false:
+// the caller reports it as skipped.
+bool ParseLifAttrCondition(std::string_view text, std::optional<AttrConditionList>& conditions);
 
 }  // namespace vmp

@@ -80,10 +80,10 @@ class LifReader {
   std::optional<std::string> tiles_sublif_;
   std::optional<int64_t> label_style_;
   int64_t marker_background_ = 0;  // BG_EDGE / BG_FILL named by "MARKER ICON TYPE="
-  std::vector<CustomAttribute> custom_attrs_;
-  std::vector<AttributeMap> attr_maps_;
-  std::vector<AttributeMap> pixel_maps_;
-  std::vector<std::string> attr_conditions_;
+  std::vector<CustomAttributeFields> custom_attrs_;
+  std::vector<AttributeMapFields> attr_maps_;
+  std::vector<AttributeMapFields> pixel_maps_;
+  std::optional<AttrConditionList> conditions_;
 };
 
 }  // namespace vmp

@@ -463,36 +463,37 @@ TEST(LifReaderTest, TilesSublifChecks) {
 TEST(LifReaderTest, CustomAttributesAndMaps) {
   test::TempDir dir;
   dir.Write("speed.thr", "INPUT DATA TYPE=VMP_D\nOUTPUT DATA TYPE=VMP_G\n0 0,0,1\n100 1,0,0\n");
-  dir.Write("pixel.thr", "INPUT DATA TYPE=VMP_G\nOUTPUT DATA TYPE=VMP_D\n1 1 1 0.5\n");
+  dir.Write("pixel.thr", "INPUT DATA TYPE=VMP_G\nOUTPUT DATA TYPE=VMP_G\n1 1 1 0.5 0.5 0.5\n");
   std::string lif = dir / "t.lif";
   const std::string head =
       "TYPE=IMAGE\nTRANS TYPE=OPAQUE\nFILENAME=w.jpg\nWIDTH=10\nHEIGHT=10\n"
-      "CUSTOM ATTR=4 speed VMP_D\nCUSTOM ATTR=1, \"road name\", VMP_S\nCUSTOM ATTR=-1 odd VMP_G\n";
+      "CUSTOM ATTR=4 speed VMP_G\nCUSTOM ATTR=1, \"road name\", VMP_S\nCUSTOM ATTR=-1 odd VMP_G\n";
   {
     Parsed p = Parse(head + "ATTR MAP=speed LabelEdgeColor speed.thr REL\n"
                             "PIXEL MAP=PixelColor Alpha pixel.thr ABS\n",
                      lif);
     ASSERT_NE(p.layer, nullptr);
-    // The negative number is kept and refused when converted.
+    // The negative number is refused when the layer is built.
     EXPECT_EQ(p.messages, Texts{"Error: Invalid custom attribute index in ConvertConfig.: t"});
     const LayerRecord& r = p.layer->record;
-    ASSERT_EQ(r.custom_attrs.size(), 3u);
-    EXPECT_EQ(r.custom_attrs[1].name, "road name");
-    EXPECT_EQ(r.custom_attrs[1].type, ValueType::kString);
+    const LayerAttributes& a = r.attributes;
+    ASSERT_EQ(a.custom_attributes.size(), 2u);
+    EXPECT_EQ(a.custom_attributes[1].name, "road name");
+    EXPECT_EQ(a.custom_attributes[1].entry.value.type, ValueType::kString);
     EXPECT_EQ(r.custom_attr_index, (std::vector<int>{-1, 1, -1, -1, 0}));
     EXPECT_NE(p.layer->resources.Find("speed"), nullptr);
     EXPECT_EQ(p.layer->resources.Find("road name")->kind, ResourceKind::kString);
-    ASSERT_EQ(r.attr_maps.size(), 1u);
-    EXPECT_EQ(r.attr_maps[0].attribute, "speed");
-    EXPECT_EQ(r.attr_maps[0].custom_index, 0);
-    EXPECT_EQ(r.attr_maps[0].resource, "LabelEdgeColor");
-    EXPECT_EQ(r.attr_maps[0].mode, ThresholdMode::kRelative);
-    EXPECT_EQ(r.attr_maps[0].threshold_file, dir / "speed.thr");
-    ASSERT_EQ(r.attr_maps[0].thresholds.size(), 2u);
-    EXPECT_EQ(r.attr_maps[0].thresholds[1].output, TypedValue::Geo(1, 0, 0));
-    ASSERT_EQ(r.pixel_maps.size(), 1u);
-    EXPECT_TRUE(r.pixel_maps[0].pixel_map);
-    EXPECT_EQ(r.pixel_maps[0].thresholds[0].input, TypedValue::Geo(1, 1, 1));
+    ASSERT_EQ(a.attr_maps.size(), 1u);
+    EXPECT_EQ(a.attr_maps[0].attribute_name, "speed");
+    EXPECT_EQ(a.attr_maps[0].output_index, 4);
+    EXPECT_EQ(a.attr_maps[0].resource_name, "LabelEdgeColor");
+    EXPECT_EQ(a.attr_maps[0].mode, ThresholdMode::kRelative);
+    EXPECT_EQ(a.attr_maps[0].threshold_file, dir / "speed.thr");
+    ASSERT_EQ(a.attr_maps[0].thresholds.size(), 2u);
+    EXPECT_EQ(a.attr_maps[0].thresholds[1].output, TypedValue::Geo(1, 0, 0));
+    ASSERT_EQ(a.pixel_maps.size(), 1u);
+    EXPECT_EQ(a.pixel_maps[0].output_index, -1);
+    EXPECT_EQ(a.pixel_maps[0].thresholds[0].input, TypedValue::Geo(1, 1, 1));
   }
   struct Case {
     const char* line;
@@ -517,19 +518,31 @@ TEST(LifReaderTest, CustomAttributesAndMaps) {
     Texts expected = c.messages;
     expected.push_back("Error: Invalid custom attribute index in ConvertConfig.: t");
     EXPECT_EQ(p.messages, expected);
-    EXPECT_TRUE(p.layer->record.attr_maps.empty());
-    EXPECT_TRUE(p.layer->record.pixel_maps.empty());
+    EXPECT_TRUE(p.layer->record.attributes.attr_maps.empty());
+    EXPECT_TRUE(p.layer->record.attributes.pixel_maps.empty());
   }
   Parsed early = Parse("ATTR MAP=speed MinZoom speed.thr ABS\n" + std::string(kVector), lif);
   EXPECT_EQ(early.messages, Texts{"Error: Layer type must be set before ATTR MAP: " + lif});
 }
 
-TEST(LifReaderTest, AttrConditionsAreKeptInOrder) {
+TEST(LifReaderTest, AttrConditionsAddChainsAndInvalidOnesAreSkipped) {
   Parsed p = Parse(std::string(kVector) +
-                   "ATTR COND=  type = \"highway\"  \nATTR COND=lanes > 2 & name = A*\n");
+                   "ATTR COND=  @1==\"highway\"  \nATTR COND=lanes > 2\n"
+                   "ATTR COND=@2>2 && @3==A* || @2<1\nATTR COND=@4>1 and @5<2\n");
   ASSERT_NE(p.layer, nullptr);
-  EXPECT_EQ(p.layer->record.attr_conditions,
-            (std::vector<std::string>{"type = \"highway\"", "lanes > 2 & name = A*"}));
+  ASSERT_TRUE(p.layer->record.conditions.has_value());
+  const AttrConditionList& list = *p.layer->record.conditions;
+  ASSERT_EQ(list.chains.size(), 3u);
+  EXPECT_EQ(list.chains[0].conditions.size(), 1u);
+  EXPECT_EQ(list.chains[1].conditions.size(), 2u);
+  EXPECT_EQ(list.chains[2].conditions.size(), 1u);
+  EXPECT_EQ(p.messages.size(), 7u);
+  EXPECT_EQ(p.messages[0], "Error: Attribute condition must start with @ char!: lanes > 2");
+  EXPECT_EQ(p.messages[2], "Warning: Skipping invalid ATTR COND: lanes > 2");
+  EXPECT_EQ(p.messages[6], "Warning: Skipping invalid ATTR COND: @4>1 and @5<2");
+
+  Parsed none = Parse(kVector);
+  EXPECT_FALSE(none.layer->record.conditions.has_value());
 }
 
 TEST(LifReaderTest, FallbackFileIsASeparateDescription) {

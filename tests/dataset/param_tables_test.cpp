@@ -274,17 +274,23 @@ TEST(ParamTablesTest, VectorLayerLimitsGoToVectorStore) {
 TEST(ParamTablesTest, CustomAttributesConvertThroughIndexMap) {
   Layer layer("roads");
   layer.resources.CreateFromTable(LayerParamTable());
-  layer.record.custom_attrs = {{3, "Width3", ValueType::kDouble, {}},
-                               {0, "Name0", ValueType::kString, {}},
-                               {-2, "Neg", ValueType::kDouble, {}},
-                               {5, "Unmapped", ValueType::kGeo, {}}};
+  auto custom = [](const char* name, int64_t index, ValueType type) {
+    CustomAttribute c;
+    c.name = name;
+    c.entry.index = index;
+    c.entry.value.type = type;
+    return c;
+  };
+  std::vector<CustomAttribute>& customs = layer.record.attributes.custom_attributes;
+  customs = {custom("Width3", 3, ValueType::kDouble), custom("Name0", 0, ValueType::kString),
+             custom("Neg", -2, ValueType::kDouble), custom("Unmapped", 5, ValueType::kGeo)};
   layer.record.custom_attr_index = {1, -1, -1, 0};  // 5 is beyond, -2 below
   layer.resources.SetNumber("Width3", 7.5);
   layer.resources.SetString("Name0", "main");
   test::MessageCapture capture;
   ConvertConfig(layer);
-  EXPECT_EQ(layer.record.custom_attrs[0].value, TypedValue::Double(7.5));
-  EXPECT_EQ(layer.record.custom_attrs[1].value, TypedValue::String("main"));
+  EXPECT_EQ(customs[0].entry.value, TypedValue::Double(7.5));
+  EXPECT_EQ(customs[1].entry.value, TypedValue::String("main"));
   EXPECT_EQ(capture.Count("Error: Invalid custom attribute index in ConvertConfig.: roads"), 2u);
 }
 

@@ -68,9 +68,9 @@ void WriteDataset(const test::TempDir& dir) {
             "INCLUDE=styles/lines.inc\n"
             "MAX TILES=64\nMAX CACHE SIZE=128\n"
             "MIN ZOOM=2\n"
-            "CUSTOM ATTR=0 class VMP_S\n"
-            "ATTR MAP=class EdgeColor thresholds/class.thr ABS\n"
-            "ATTR COND=class = \"major*\"\n");
+            "CUSTOM ATTR=100 class_color VMP_G\n"
+            "ATTR MAP=class_color EdgeColor@0 thresholds/class.thr ABS\n"
+            "ATTR COND=@0==\"major*\" || @0==primary\n");
   dir.Write("layers/thresholds/class.thr",
             "INPUT DATA TYPE=VMP_S\nOUTPUT DATA TYPE=VMP_G\n"
             "motorway 0.9, 0.2, 0.1\nprimary 0.9, 0.6, 0.1\n\"minor road\" 0.6, 0.6, 0.6\n");
@@ -160,9 +160,11 @@ TEST(RealisticDatasetTest, LoadsWithoutMessages) {
   EXPECT_EQ(r.drawing.edge_color, (Rgb{229.5, 153, 25.5}));
   EXPECT_EQ(r.drawing.fill_type, 1);
   EXPECT_EQ(r.min_zoom, 2);
-  ASSERT_EQ(r.attr_maps.size(), 1u);
-  EXPECT_EQ(r.attr_maps[0].thresholds.size(), 3u);
-  EXPECT_EQ(r.attr_conditions, std::vector<std::string>{"class = \"major*\""});
+  ASSERT_EQ(r.attributes.attr_maps.size(), 1u);
+  EXPECT_EQ(r.attributes.attr_maps[0].thresholds.size(), 3u);
+  EXPECT_EQ(r.attributes.attr_maps[0].input, 0);
+  ASSERT_TRUE(r.conditions.has_value());
+  EXPECT_EQ(r.conditions->chains.size(), 2u);
 
   // The tree: west is a leaf; east has its own data file (the .sub.slf),
   // a sub-directory and a file entry whose box stood on a line of its own.
