@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "map_server/service/request_execution.h"
 #include "map_server/service/service_exception.h"
 #include "toolkit/global_config.h"
 #include "toolkit/message_log.h"
@@ -64,11 +65,12 @@ bool SetupGenerate(ArgList args, GenerateOptions& o) {
 }
 
 int RunGenerate(const GenerateOptions& o) {
-  // Worker: start the map service with o.dataset, create a map, set its
-  // "Verbosity" parameter to the verbosity, parse o.query into it and answer
-  // it (to o.output in command-line mode).
-  const bool answered = ReportUnavailable("The map service");
-  return answered ? kExitSuccess : kExitFailure;
+  ServeOptions serve;
+  serve.dataset = *o.dataset;
+  serve.query = o.query;
+  serve.output = o.output;
+  serve.cgi = o.cgi;
+  return ServeMapRequest(serve);
 }
 
 }  // namespace vmp

@@ -14,6 +14,7 @@
 #include "map_server/driver/command_tile_info.h"
 #include "map_server/driver/command_tvf_info.h"
 #include "map_server/driver/usage.h"
+#include "map_server/service/map_service.h"
 #include "toolkit/global_config.h"
 #include "toolkit/message_log.h"
 #include "toolkit/strings.h"
@@ -67,8 +68,7 @@ constexpr Mode kModes[] = {
 // map service shut down before the process ends with `status`.
 int FinishToolMode(int status, std::vector<std::string>& args) {
   std::vector<std::string>().swap(args);
-  // Map service shutdown goes here (prints "Terminated/Done!" at verbosity 2
-  // or more); the service is not part of this build yet.
+  Service().Terminate();  // "Terminated/Done!" at verbosity 2 or more
   return status;
 }
 

@@ -40,7 +40,11 @@ void MapService::Start(const std::string& info_path) {
 }
 
 void MapService::Terminate() {
-  if (!started_) return;
+  if (!started_) {
+    // The tools shut the (never started) service down on their way out too.
+    if (Verbosity() >= 2) Report(kInfo, "Terminated/Done!");
+    return;
+  }
   cached_layers_.clear();
   datasets_.clear();
   if (font_library_ != nullptr) {

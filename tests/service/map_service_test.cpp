@@ -86,8 +86,10 @@ TEST_F(MapServiceTest, TerminateReleasesEverything) {
     EXPECT_FALSE(service_.started());
     EXPECT_TRUE(service_.datasets().empty());
     EXPECT_FALSE(kav::Messages().image_errors.has_value());
-    service_.Terminate();  // a second call does nothing
+    capture.Clear();
+    service_.Terminate();  // a second call only reports the shutdown again
     EXPECT_EQ(capture.Texts(), c.messages);
+    EXPECT_FALSE(service_.started());
   }
 }
 

@@ -1,0 +1,14 @@
+// A small XML well-formedness check for the documents the server writes:
+// one root element, properly nested and closed tags, quoted attributes, no
+// bare "<" or "&" in text. Returns an empty string when the text is
+// well-formed, else what is wrong.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace vmp::test {
+
+std::string XmlProblem(std::string_view document);
+
+}  // namespace vmp::test
