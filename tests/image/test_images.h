@@ -1,0 +1,167 @@
+// Test images made directly with the codec libraries, for layouts the
+// program's own writers do not produce.
+#pragma once
+
+#include <csetjmp>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <jpeglib.h>
+#include <png.h>
+#include <tiffio.h>
+
+namespace vmp::test {
+
+// A smooth pattern with some texture: width x height pixels of `samples`.
+inline std::vector<uint8_t> Pattern(int width, int height, int samples) {
+  std::vector<uint8_t> data(static_cast<size_t>(width) * height * samples);
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      for (int s = 0; s < samples; ++s) {
+        data[(static_cast<size_t>(y) * width + x) * samples + s] =
+            static_cast<uint8_t>((x * (s + 1) * 255 / (width > 1 ? width - 1 : 1) + y * 3 + s * 40) & 0xff);
+      }
+    }
+  }
+  return data;
+}
+
+struct PngSpec {
+  uint32_t width = 0, height = 0;
+  int color_type = PNG_COLOR_TYPE_RGB;
+  int bit_depth = 8;
+  bool interlaced = false;
+  std::vector<png_color> palette;
+  std::vector<uint8_t> trns;       // palette alphas (palette files)
+  png_color_16 trns_color{};       // the transparent gray or RGB value
+  bool has_trns_color = false;
+  size_t row_bytes = 0;
+};
+
+// Writes `data` (rows of spec.row_bytes) as a PNG; false on any libpng error.
+inline bool WritePng(const std::string& path, const PngSpec& spec, const uint8_t* data) {
+  std::FILE* file = std::fopen(path.c_str(), "wb");
+  if (file == nullptr) return false;
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png_create_info_struct(png);
+  if (setjmp(png_jmpbuf(png))) {
+    png_destroy_write_struct(&png, &info);
+    std::fclose(file);
+    return false;
+  }
+  png_init_io(png, file);
+  png_set_IHDR(png, info, spec.width, spec.height, spec.bit_depth, spec.color_type,
+               spec.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+               PNG_FILTER_TYPE_DEFAULT);
+  if (!spec.palette.empty()) {
+    png_set_PLTE(png, info, spec.palette.data(), static_cast<int>(spec.palette.size()));
+  }
+  if (!spec.trns.empty()) {
+    png_set_tRNS(png, info, spec.trns.data(), static_cast<int>(spec.trns.size()), nullptr);
+  } else if (spec.has_trns_color) {
+    png_set_tRNS(png, info, nullptr, 0, &spec.trns_color);
+  }
+  png_write_info(png, info);
+  const int passes = png_set_interlace_handling(png);
+  for (int pass = 0; pass < passes; ++pass) {
+    for (uint32_t y = 0; y < spec.height; ++y) {
+      png_write_row(png, data + y * spec.row_bytes);
+    }
+  }
+  png_write_end(png, info);
+  png_destroy_write_struct(&png, &info);
+  return std::fclose(file) == 0;
+}
+
+// Writes a gray JPEG of quality 95.
+inline bool WriteGrayJpeg(const std::string& path, int width, int height, const uint8_t* data) {
+  std::FILE* file = std::fopen(path.c_str(), "wb");
+  if (file == nullptr) return false;
+  jpeg_compress_struct cinfo;
+  jpeg_error_mgr err;
+  cinfo.err = jpeg_std_error(&err);
+  jpeg_create_compress(&cinfo);
+  jpeg_stdio_dest(&cinfo, file);
+  cinfo.image_width = static_cast<JDIMENSION>(width);
+  cinfo.image_height = static_cast<JDIMENSION>(height);
+  cinfo.input_components = 1;
+  cinfo.in_color_space = JCS_GRAYSCALE;
+  jpeg_set_defaults(&cinfo);
+  jpeg_set_quality(&cinfo, 95, TRUE);
+  jpeg_start_compress(&cinfo, TRUE);
+  while (cinfo.next_scanline < cinfo.image_height) {
+    JSAMPROW row = const_cast<uint8_t*>(data) + cinfo.next_scanline * static_cast<size_t>(width);
+    jpeg_write_scanlines(&cinfo, &row, 1);
+  }
+  jpeg_finish_compress(&cinfo);
+  jpeg_destroy_compress(&cinfo);
+  return std::fclose(file) == 0;
+}
+
+struct TiffSpec {
+  uint32_t width = 0, height = 0;
+  uint16_t samples = 3;
+  uint16_t bits = 8;
+  uint16_t photometric = PHOTOMETRIC_RGB;
+  uint16_t compression = COMPRESSION_NONE;
+  uint16_t orientation = ORIENTATION_TOPLEFT;
+  uint16_t sample_format = SAMPLEFORMAT_UINT;
+  uint32_t rows_per_strip = 1;
+  uint32_t tile_size = 0;  // square tiles when non-zero
+  std::vector<uint16_t> extra_samples = {};
+};
+
+// Writes `data` (rows of width * samples * bits / 8 bytes) as a TIFF.
+inline bool WriteTiff(const std::string& path, const TiffSpec& spec, const void* data) {
+  TIFF* tif = TIFFOpen(path.c_str(), "w");
+  if (tif == nullptr) return false;
+  TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, spec.width);
+  TIFFSetField(tif, TIFFTAG_IMAGELENGTH, spec.height);
+  TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, spec.samples);
+  TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, spec.bits);
+  TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, spec.photometric);
+  TIFFSetField(tif, TIFFTAG_COMPRESSION, spec.compression);
+  TIFFSetField(tif, TIFFTAG_ORIENTATION, spec.orientation);
+  TIFFSetField(tif, TIFFTAG_SAMPLEFORMAT, spec.sample_format);
+  TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+  if (!spec.extra_samples.empty()) {
+    TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, static_cast<uint16_t>(spec.extra_samples.size()),
+                 spec.extra_samples.data());
+  }
+  const size_t row_bytes = static_cast<size_t>(spec.width) * spec.samples * spec.bits / 8;
+  const auto* bytes = static_cast<const uint8_t*>(data);
+  bool ok = true;
+  if (spec.tile_size != 0) {
+    TIFFSetField(tif, TIFFTAG_TILEWIDTH, spec.tile_size);
+    TIFFSetField(tif, TIFFTAG_TILELENGTH, spec.tile_size);
+    const size_t pixel_bytes = static_cast<size_t>(spec.samples) * spec.bits / 8;
+    std::vector<uint8_t> tile(static_cast<size_t>(TIFFTileSize(tif)));
+    for (uint32_t ty = 0; ty < spec.height && ok; ty += spec.tile_size) {
+      for (uint32_t tx = 0; tx < spec.width && ok; tx += spec.tile_size) {
+        std::fill(tile.begin(), tile.end(), 0);
+        for (uint32_t y = 0; y < spec.tile_size && ty + y < spec.height; ++y) {
+          for (uint32_t x = 0; x < spec.tile_size && tx + x < spec.width; ++x) {
+            for (size_t b = 0; b < pixel_bytes; ++b) {
+              tile[(static_cast<size_t>(y) * spec.tile_size + x) * pixel_bytes + b] =
+                  bytes[(ty + y) * row_bytes + (tx + x) * pixel_bytes + b];
+            }
+          }
+        }
+        ok = TIFFWriteTile(tif, tile.data(), tx, ty, 0, 0) >= 0;
+      }
+    }
+  } else {
+    TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, spec.rows_per_strip);
+    std::vector<uint8_t> row(row_bytes);
+    for (uint32_t y = 0; y < spec.height && ok; ++y) {
+      std::copy(bytes + y * row_bytes, bytes + (y + 1) * row_bytes, row.begin());
+      ok = TIFFWriteScanline(tif, row.data(), y, 0) >= 0;
+    }
+  }
+  TIFFClose(tif);
+  return ok;
+}
+
+}  // namespace vmp::test
