@@ -150,14 +150,16 @@ void SetupRectangular(MapGeometry& g, int64_t verbosity) {
 // (silently) when the pixel is off the map or the box misses the visible
 // rectangle.
 bool SetupLocation(MapGeometry& g, double search_radius) {
-  const double y = g.projection == kOrthographicProjection ? g.height_m1 - g.location_j
-                                                           : g.location_j;
+  const double y =
+      g.projection == kOrthographicProjection ? g.height_m1 - g.location_j : g.location_j;
   const LatLonPoint p = PixelToLatLon(g, g.location_i, y);
   if (!p.ok) return false;
   g.location_lat = p.lat;
   g.location_lon = p.lon;
-  if (g.location_lon < g.world_min_lon) g.location_lon += 360.0;
-  else if (g.location_lon > g.world_max_lon) g.location_lon -= 360.0;
+  if (g.location_lon < g.world_min_lon)
+    g.location_lon += 360.0;
+  else if (g.location_lon > g.world_max_lon)
+    g.location_lon -= 360.0;
 
   const double r = static_cast<double>(std::max<int64_t>(TruncToInt64(search_radius), 0));
   g.search_x_from = TruncToInt64(g.location_i - r);
@@ -215,8 +217,9 @@ bool SetupMapGeometry(const MapGeometryInput& in, MapGeometry& g, MapImage& imag
     return false;
   }
 
-  if (g.location_query && !(g.location_i >= 0 && g.location_i <= static_cast<double>(g.width - 1) &&
-                            g.location_j >= 0 && g.location_j <= static_cast<double>(g.height - 1))) {
+  if (g.location_query &&
+      !(g.location_i >= 0 && g.location_i <= static_cast<double>(g.width - 1) &&
+        g.location_j >= 0 && g.location_j <= static_cast<double>(g.height - 1))) {
     return false;
   }
 
@@ -245,8 +248,10 @@ bool SetupMapGeometry(const MapGeometryInput& in, MapGeometry& g, MapImage& imag
     if (in.verbosity >= 2) Report(kInfo, "Stretching is OFF.");
     const double a = static_cast<double>(g.width) / static_cast<double>(g.height);
     const double r = h_extent / v_extent;
-    if (a > r) h_extent = v_extent * a;
-    else if (r > a) v_extent = h_extent / a;
+    if (a > r)
+      h_extent = v_extent * a;
+    else if (r > a)
+      v_extent = h_extent / a;
   } else if (in.verbosity >= 2) {
     Report(kInfo, "Stretching is ON.");
   }

@@ -87,7 +87,7 @@ struct MapGeometry {
   double center_y = 0;      // (Height - 1) / 2
   double int_center_x = 0;  // Width / 2, integer division
   double int_center_y = 0;
-  double width_m1 = 0;      // Width - 1
+  double width_m1 = 0;  // Width - 1
   double height_m1 = 0;
 
   // Geographic bounds of the view (aspect-corrected, unclamped).

@@ -43,8 +43,10 @@ inline LatLonPoint OrthographicPixelToLatLon(const MapGeometry& g, double x, dou
   const double rho = std::sqrt(rho2);
   const double cos_c = std::sqrt(1.0 - rho2);
   double s = py * g.cos_center_lat + cos_c * g.sin_center_lat;
-  if (s > 1.0) s = 1.0;
-  else if (s < -1.0) s = -1.0;
+  if (s > 1.0)
+    s = 1.0;
+  else if (s < -1.0)
+    s = -1.0;
   LatLonPoint r;
   r.lat = std::asin(s) * kRadiansToDegrees;
   const double d = rho * g.cos_center_lat * cos_c - py * g.sin_center_lat * rho;

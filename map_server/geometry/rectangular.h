@@ -37,8 +37,10 @@ inline LatLonPoint RectangularPixelToLatLon(const MapGeometry& g, double x, doub
     r.ok = false;
     return r;
   }
-  if (r.lon > 180.000001) r.lon -= 360.0;
-  else if (r.lon < -180.000001) r.lon += 360.0;
+  if (r.lon > 180.000001)
+    r.lon -= 360.0;
+  else if (r.lon < -180.000001)
+    r.lon += 360.0;
   return r;
 }
 

@@ -49,10 +49,13 @@ bool AllocateLoadedImage(const std::string& path, uint64_t width, uint64_t heigh
     return false;
   }
   try {
-    if (sample_bytes == 2) image.elevation_samples.Resize(pixels * samples);
-    else image.pixels.Resize(pixels * samples);
+    if (sample_bytes == 2)
+      image.elevation_samples.Resize(pixels * samples);
+    else
+      image.pixels.Resize(pixels * samples);
   } catch (const std::bad_alloc&) {
-    ReportNumber(kError, "Not enough memory for the image", path, static_cast<double>(pixels * per_pixel));
+    ReportNumber(kError, "Not enough memory for the image", path,
+                 static_cast<double>(pixels * per_pixel));
     return false;
   }
   return true;
@@ -92,9 +95,15 @@ bool LoadImageFile(std::string_view path_view, int format, bool elevation, Loade
   image.signed_elevation = false;
   bool loaded = false;
   switch (format) {
-    case kJpegFormat: loaded = ReadJpegFile(file.get(), path, image); break;
-    case kPngFormat: loaded = ReadPngFile(file.get(), path, image); break;
-    default: loaded = ReadTiffFile(file.get(), path, elevation, image); break;
+    case kJpegFormat:
+      loaded = ReadJpegFile(file.get(), path, image);
+      break;
+    case kPngFormat:
+      loaded = ReadPngFile(file.get(), path, image);
+      break;
+    default:
+      loaded = ReadTiffFile(file.get(), path, elevation, image);
+      break;
   }
   if (!loaded) return false;
 

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
+// jpeglib.h needs <cstdio> (FILE, size_t) before it.
 #include <jpeglib.h>
 
 #include "map_server/image/image_decoders.h"
@@ -125,8 +126,8 @@ bool ReadJpegFile(std::FILE* file, const std::string& path, LoadedImage& image) 
   if (!AllocateLoadedImage(path, cinfo.output_width, cinfo.output_height, components, 1, image)) {
     return false;
   }
-  if (!JpegStart(&cinfo) ||
-      !JpegReadRows(&cinfo, image.pixels.data(), static_cast<size_t>(cinfo.output_width) * components)) {
+  if (!JpegStart(&cinfo) || !JpegReadRows(&cinfo, image.pixels.data(),
+                                          static_cast<size_t>(cinfo.output_width) * components)) {
     ReportJpegFailure(path, err.message);
     return false;
   }

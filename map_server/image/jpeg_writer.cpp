@@ -5,8 +5,10 @@
 
 #include <chrono>
 #include <csetjmp>
+#include <cstdio>
 #include <cstring>
 
+// jpeglib.h needs <cstdio> (FILE, size_t) before it.
 #include <jpeglib.h>
 
 #include "map_server/geometry/map_image.h"
@@ -60,7 +62,8 @@ bool CompressImage(jpeg_compress_struct* cinfo, JpegErrorManager* err, std::FILE
 bool WriteMapJpeg(std::FILE* stream, const std::string& path, const uint8_t* pixels, int64_t width,
                   int64_t height) {
   const char* target = stream != nullptr ? "output stream" : path.c_str();
-  if (pixels == nullptr || width < 1 || height < 1 || width > kMaxJpegSide || height > kMaxJpegSide) {
+  if (pixels == nullptr || width < 1 || height < 1 || width > kMaxJpegSide ||
+      height > kMaxJpegSide) {
     Report(kError, "Invalid image size for JPEG output", target);
     return false;
   }

@@ -2,11 +2,11 @@
 // function, which longjmps back into the small functions below; those hold
 // no C++ objects with destructors, so the jump skips nothing that needs
 // cleaning up.
+#include <png.h>
+
 #include <csetjmp>
 #include <cstdio>
 #include <string>
-
-#include <png.h>
 
 #include "map_server/image/image_decoders.h"
 #include "toolkit/message_log.h"
@@ -86,12 +86,18 @@ bool PngReadRows(png_structp png, uint8_t* pixels, size_t stride, png_uint_32 he
 // Samples a pixel by the header's colour type; 0 for a type not supported.
 int SamplesForColorType(int color_type) {
   switch (color_type) {
-    case PNG_COLOR_TYPE_GRAY: return 1;
-    case PNG_COLOR_TYPE_RGB: return 3;
-    case PNG_COLOR_TYPE_PALETTE: return 1;
-    case PNG_COLOR_TYPE_GRAY_ALPHA: return 4;
-    case PNG_COLOR_TYPE_RGB_ALPHA: return 4;
-    default: return 0;
+    case PNG_COLOR_TYPE_GRAY:
+      return 1;
+    case PNG_COLOR_TYPE_RGB:
+      return 3;
+    case PNG_COLOR_TYPE_PALETTE:
+      return 1;
+    case PNG_COLOR_TYPE_GRAY_ALPHA:
+      return 4;
+    case PNG_COLOR_TYPE_RGB_ALPHA:
+      return 4;
+    default:
+      return 0;
   }
 }
 
@@ -139,7 +145,8 @@ bool ReadPngFile(std::FILE* file, const std::string& path, LoadedImage& image) {
     return false;
   }
   if (!AllocateLoadedImage(path, header.width, header.height, out.channels, 1, image)) return false;
-  if (!PngReadRows(png, image.pixels.data(), out.row_bytes, header.height, out.passes)) return false;
+  if (!PngReadRows(png, image.pixels.data(), out.row_bytes, header.height, out.passes))
+    return false;
 
   image.format = kPngFormat;
   image.width = header.width;

@@ -1,13 +1,13 @@
 // TIFF tiles through libtiff: 16-bit elevation grids read straight into the
 // image, colour images decoded to packed RGBA words block by block and
 // unpacked into 3 or 4 samples.
+#include <tiffio.h>
+
 #include <algorithm>
 #include <bit>
 #include <cstring>
 #include <new>
 #include <vector>
-
-#include <tiffio.h>
 
 #include "map_server/image/image_decoders.h"
 #include "map_server/image/image_settings.h"
@@ -148,7 +148,8 @@ uint32_t BlockRows(TIFF* tif, const TiffLayout& layout) {
   }
   unit = std::clamp<uint32_t>(unit, 1, layout.height);
   const uint32_t units = std::max<uint32_t>(1, 64 / unit);
-  return static_cast<uint32_t>(std::min<uint64_t>(static_cast<uint64_t>(unit) * units, layout.height));
+  return static_cast<uint32_t>(
+      std::min<uint64_t>(static_cast<uint64_t>(unit) * units, layout.height));
 }
 
 struct RgbaImageGuard {

@@ -26,7 +26,8 @@ tmsize_t NoWriteProc(thandle_t, void*, tmsize_t) { return 0; }
 toff_t SeekProc(thandle_t handle, toff_t offset, int whence) {
   // libtiff passes offsets as unsigned; a huge one is an invalid position.
   if (offset > static_cast<toff_t>(INT64_MAX)) return static_cast<toff_t>(-1);
-  if (fseeko(FileOf(handle), static_cast<off_t>(offset), whence) != 0) return static_cast<toff_t>(-1);
+  if (fseeko(FileOf(handle), static_cast<off_t>(offset), whence) != 0)
+    return static_cast<toff_t>(-1);
   const off_t position = ftello(FileOf(handle));
   return position < 0 ? static_cast<toff_t>(-1) : static_cast<toff_t>(position);
 }
@@ -75,7 +76,8 @@ struct OpenOptions {
     TIFFOpenOptionsSetErrorHandlerExtR(options, ErrorHandler, messages);
     TIFFOpenOptionsSetWarningHandlerExtR(options, WarningHandler, messages);
     const int64_t limit = ImageFiles().max_image_bytes;
-    if (reading && limit > 0) TIFFOpenOptionsSetMaxSingleMemAlloc(options, static_cast<tmsize_t>(limit));
+    if (reading && limit > 0)
+      TIFFOpenOptionsSetMaxSingleMemAlloc(options, static_cast<tmsize_t>(limit));
   }
   ~OpenOptions() {
     if (options != nullptr) TIFFOpenOptionsFree(options);

@@ -2,10 +2,10 @@
 // warning handling.
 #pragma once
 
+#include <tiffio.h>
+
 #include <cstdio>
 #include <string>
-
-#include <tiffio.h>
 
 namespace vmp {
 

@@ -1,11 +1,11 @@
 #include "map_server/image/tiff_writer.h"
 
+#include <tiffio.h>
+
 #include <cstring>
 #include <limits>
 #include <new>
 #include <vector>
-
-#include <tiffio.h>
 
 #include "map_server/image/tiff_support.h"
 #include "toolkit/message_log.h"
@@ -73,13 +73,14 @@ bool VmpWriteTiff(std::FILE* stream, const std::string& path, const void* pixels
     Report(kError, "Could not be opened for writing", path);
     return false;
   }
-  const bool written = WriteTiffContents(tif, static_cast<const uint8_t*>(pixels),
-                                         static_cast<uint32_t>(width), static_cast<uint32_t>(height),
-                                         kind, alpha);
+  const bool written =
+      WriteTiffContents(tif, static_cast<const uint8_t*>(pixels), static_cast<uint32_t>(width),
+                        static_cast<uint32_t>(height), kind, alpha);
   TIFFClose(tif);
   if (!written) {
     Report(kError, "Error writing image file ", path);
-    if (Verbosity() >= 1 && messages.first_error[0] != '\0') Report(kInfo, path, messages.first_error);
+    if (Verbosity() >= 1 && messages.first_error[0] != '\0')
+      Report(kInfo, path, messages.first_error);
     return false;
   }
   return true;

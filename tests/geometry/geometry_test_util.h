@@ -5,8 +5,8 @@
 
 namespace vmp::test {
 
-inline MapGeometryInput RectangularInput(double lat, double lon, double h_extent, double v_extent,
-                                         int64_t width, int64_t height) {
+inline MapGeometryInput Rectangular(double lat, double lon, double h_extent, double v_extent,
+                                    int64_t width, int64_t height) {
   MapGeometryInput in;
   in.projection = kRectangularProjection;
   in.center_lat = lat;
@@ -20,9 +20,9 @@ inline MapGeometryInput RectangularInput(double lat, double lon, double h_extent
 }
 
 // Extents in metres; a whole-globe view is 2 * kEquatorialRadius wide.
-inline MapGeometryInput OrthographicInput(double lat, double lon, double h_extent,
-                                          double v_extent, int64_t width, int64_t height) {
-  MapGeometryInput in = RectangularInput(lat, lon, h_extent, v_extent, width, height);
+inline MapGeometryInput Orthographic(double lat, double lon, double h_extent, double v_extent,
+                                     int64_t width, int64_t height) {
+  MapGeometryInput in = Rectangular(lat, lon, h_extent, v_extent, width, height);
   in.projection = kOrthographicProjection;
   return in;
 }

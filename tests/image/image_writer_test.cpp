@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
+#include <jpeglib.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <tiffio.h>
 
 #include <cstdio>
 #include <cstring>
-
-#include <jpeglib.h>
-#include <tiffio.h>
+#include <functional>
 
 #include "map_server/geometry/map_geometry.h"
 #include "map_server/geometry/map_image.h"
@@ -24,15 +24,15 @@ using test::TempDir;
 
 // The example tables of the JPEG standard (Annex K), natural order, which
 // libjpeg scales by quality.
-constexpr int kLuminance[64] = {
-    16, 11, 10, 16, 24,  40,  51,  61,  12, 12, 14, 19, 26,  58,  60,  55,
-    14, 13, 16, 24, 40,  57,  69,  56,  14, 17, 22, 29, 51,  87,  80,  62,
-    18, 22, 37, 56, 68,  109, 103, 77,  24, 35, 55, 64, 81,  104, 113, 92,
-    49, 64, 78, 87, 103, 121, 120, 101, 72, 92, 95, 98, 112, 100, 103, 99};
-constexpr int kChrominance[64] = {
-    17, 18, 24, 47, 99, 99, 99, 99, 18, 21, 26, 66, 99, 99, 99, 99, 24, 26, 56, 99, 99, 99,
-    99, 99, 47, 66, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99,
-    99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99};
+constexpr int kLuminance[64] = {16,  11,  10,  16,  24, 40, 51,  61,  12,  12,  14,  19,  26,
+                                58,  60,  55,  14,  13, 16, 24,  40,  57,  69,  56,  14,  17,
+                                22,  29,  51,  87,  80, 62, 18,  22,  37,  56,  68,  109, 103,
+                                77,  24,  35,  55,  64, 81, 104, 113, 92,  49,  64,  78,  87,
+                                103, 121, 120, 101, 72, 92, 95,  98,  112, 100, 103, 99};
+constexpr int kChrominance[64] = {17, 18, 24, 47, 99, 99, 99, 99, 18, 21, 26, 66, 99, 99, 99, 99,
+                                  24, 26, 56, 99, 99, 99, 99, 99, 47, 66, 99, 99, 99, 99, 99, 99,
+                                  99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99,
+                                  99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99, 99};
 
 // Quality 85 scales by 200 - 2 * 85 = 30 percent, rounded, 1..255 (baseline).
 int Scaled(int base) { return std::clamp((base * 30 + 50) / 100, 1, 255); }
@@ -108,37 +108,9 @@ TEST(JpegWriterTest, MapImageIsBaselineQuality85) {
   EXPECT_TRUE(capture.messages().empty());
 }
 
-TEST(JpegWriterTest, FileOutputAndItsFailures) {
-  TempDir dir;
-  const std::vector<uint8_t> rgb = test::Pattern(16, 16, 3);
-  {
-    MessageCapture capture;
-    ASSERT_TRUE(WriteMapJpeg(nullptr, dir / "out.jpg", rgb.data(), 16, 16));
-    EXPECT_GT(test::ReadFile(dir / "out.jpg").size(), 100u);
-    EXPECT_TRUE(capture.messages().empty());
-  }
-  struct Case {
-    const char* name;
-    std::string path;
-    int64_t width, height;
-    const char* text;
-  } cases[] = {
-      {"no directory", dir / "missing/out.jpg", 16, 16, "Error: Could not be opened for writing: "},
-      {"zero width", dir / "z.jpg", 0, 16, "Error: Invalid image size for JPEG output: "},
-      {"too wide", dir / "w.jpg", 70000, 1, "Error: Invalid image size for JPEG output: "},
-  };
-  for (const Case& c : cases) {
-    MessageCapture capture;
-    EXPECT_FALSE(WriteMapJpeg(nullptr, c.path, rgb.data(), c.width, c.height)) << c.name;
-    ASSERT_EQ(capture.Texts().size(), 1u) << c.name;
-    EXPECT_EQ(capture.Texts()[0], c.text + c.path) << c.name;
-  }
-}
-
 // Runs `write` with the process's file size limit at 2000 bytes (writes
 // past it fail with EFBIG instead of a signal).
-template <typename Write>
-bool WriteWithSmallFileLimit(Write write) {
+bool WriteWithSmallFileLimit(const std::function<bool()>& write) {
   struct rlimit saved;
   getrlimit(RLIMIT_FSIZE, &saved);
   auto previous = signal(SIGXFSZ, SIG_IGN);
@@ -151,26 +123,52 @@ bool WriteWithSmallFileLimit(Write write) {
   return result;
 }
 
-TEST(ImageWritersTest, WriteErrorsAreReported) {
+TEST(ImageWritersTest, Failures) {
   TempDir dir;
-  const std::vector<uint8_t> noise = [] {
-    std::vector<uint8_t> v(256 * 256 * 3);
-    uint32_t state = 12345;
-    for (uint8_t& b : v) b = static_cast<uint8_t>((state = state * 1103515245 + 12345) >> 24);
-    return v;
-  }();
-  {
+  std::vector<uint8_t> noise(256 * 256 * 3);
+  uint32_t state = 12345;
+  for (uint8_t& b : noise) b = static_cast<uint8_t>((state = state * 1103515245 + 12345) >> 24);
+  const uint8_t* px = noise.data();
+  const std::string missing = dir / "no/such.out", big_jpg = dir / "big.jpg",
+                    big_tif = dir / "big.tif";
+  struct Case {
+    const char* name;
+    std::function<bool()> write;
+    std::string text;
+    int severity;
+  } cases[] = {
+      {"jpeg no directory", [&] { return WriteMapJpeg(nullptr, missing, px, 16, 16); },
+       "Error: Could not be opened for writing: " + missing, kError},
+      {"jpeg zero width", [&] { return WriteMapJpeg(nullptr, missing, px, 0, 16); },
+       "Error: Invalid image size for JPEG output: " + missing, kError},
+      {"jpeg too wide", [&] { return WriteMapJpeg(nullptr, missing, px, 70000, 1); },
+       "Error: Invalid image size for JPEG output: " + missing, kError},
+      {"jpeg write error",
+       [&] {
+         return WriteWithSmallFileLimit(
+             [&] { return WriteMapJpeg(nullptr, big_jpg, px, 256, 256); });
+       },
+       "Error: Error writing image file: " + big_jpg, kError},
+      {"tiff to a stream", [&] { return VmpWriteTiff(stdout, big_tif, px, 2, 2, 0, false); },
+       "Internal Error: Unexpected FILE* in VmpWriteTiff", kInternalError},
+      {"tiff no directory", [&] { return VmpWriteTiff(nullptr, missing, px, 2, 2, 0, false); },
+       "Error: Could not be opened for writing: " + missing, kError},
+      {"tiff zero width", [&] { return VmpWriteTiff(nullptr, big_tif, px, 0, 2, 0, false); },
+       "Error: Error writing image file : " + big_tif, kError},
+      {"tiff write error",
+       [&] {
+         return WriteWithSmallFileLimit(
+             [&] { return VmpWriteTiff(nullptr, big_tif, px, 256, 256, 0, false); });
+       },
+       "Error: Error writing image file : " + big_tif, kError},
+  };
+  for (const Case& c : cases) {
     MessageCapture capture;
-    EXPECT_FALSE(WriteWithSmallFileLimit(
-        [&] { return WriteMapJpeg(nullptr, dir / "big.jpg", noise.data(), 256, 256); }));
-    EXPECT_EQ(capture.Texts(), std::vector<std::string>{"Error: Error writing image file: " + (dir / "big.jpg")});
+    EXPECT_FALSE(c.write()) << c.name;
+    ASSERT_EQ(capture.Texts(), std::vector<std::string>{c.text}) << c.name;
+    EXPECT_EQ(capture.messages()[0].severity, c.severity);
   }
-  {
-    MessageCapture capture;
-    EXPECT_FALSE(WriteWithSmallFileLimit(
-        [&] { return VmpWriteTiff(nullptr, dir / "big.tif", noise.data(), 256, 256, 0, false); }));
-    EXPECT_EQ(capture.Texts(), std::vector<std::string>{"Error: Error writing image file : " + (dir / "big.tif")});
-  }
+  EXPECT_FALSE(test::FileExists(missing));
 }
 
 TEST(TiffWriterTest, TagsOfEachKind) {
@@ -179,13 +177,12 @@ TEST(TiffWriterTest, TagsOfEachKind) {
   struct Case {
     int kind;
     bool alpha;
-    uint16_t samples, bits, photometric;
-    bool has_extra;
+    std::vector<uint32_t> tags;  // samples, bits, photometric, extra sample kinds...
   } cases[] = {
-      {kTiffElevationKind, false, 1, 16, PHOTOMETRIC_MINISBLACK, false},
-      {kTiffElevationKind, true, 1, 16, PHOTOMETRIC_MINISBLACK, false},  // alpha means nothing here
-      {0, true, 4, 8, PHOTOMETRIC_RGB, true},
-      {0, false, 3, 8, PHOTOMETRIC_RGB, false},
+      {kTiffElevationKind, false, {1, 16, PHOTOMETRIC_MINISBLACK}},
+      {kTiffElevationKind, true, {1, 16, PHOTOMETRIC_MINISBLACK}},  // alpha means nothing here
+      {0, true, {4, 8, PHOTOMETRIC_RGB, EXTRASAMPLE_UNASSALPHA}},
+      {0, false, {3, 8, PHOTOMETRIC_RGB}},
   };
   const std::vector<uint8_t> data(5 * 3 * 4, 9);
   for (const Case& c : cases) {
@@ -194,7 +191,9 @@ TEST(TiffWriterTest, TagsOfEachKind) {
     TIFF* tif = TIFFOpen(path.c_str(), "r");
     ASSERT_NE(tif, nullptr);
     uint32_t width = 0, height = 0, rows_per_strip = 0;
-    uint16_t samples = 0, bits = 0, photometric = 0, compression = 0, planar = 0, orientation = 0;
+    uint16_t samples = 0, bits = 0, photometric = 0, compression = 0, planar = 0, orientation = 0,
+             extra_count = 0;
+    uint16_t* extra = nullptr;
     TIFFGetField(tif, TIFFTAG_IMAGEWIDTH, &width);
     TIFFGetField(tif, TIFFTAG_IMAGELENGTH, &height);
     TIFFGetField(tif, TIFFTAG_ROWSPERSTRIP, &rows_per_strip);
@@ -204,51 +203,16 @@ TEST(TiffWriterTest, TagsOfEachKind) {
     TIFFGetField(tif, TIFFTAG_COMPRESSION, &compression);
     TIFFGetField(tif, TIFFTAG_PLANARCONFIG, &planar);
     TIFFGetField(tif, TIFFTAG_ORIENTATION, &orientation);
-    uint16_t extra_count = 0;
-    uint16_t* extra = nullptr;
-    const bool has_extra = TIFFGetField(tif, TIFFTAG_EXTRASAMPLES, &extra_count, &extra) && extra_count > 0;
-    EXPECT_EQ(width, 5u);
-    EXPECT_EQ(height, 3u);
-    EXPECT_EQ(rows_per_strip, 1u);
-    EXPECT_EQ(samples, c.samples);
-    EXPECT_EQ(bits, c.bits);
-    EXPECT_EQ(photometric, c.photometric);
-    EXPECT_EQ(compression, 32946);
-    EXPECT_EQ(planar, PLANARCONFIG_CONTIG);
-    EXPECT_EQ(orientation, ORIENTATION_TOPLEFT);
-    ASSERT_EQ(has_extra, c.has_extra) << c.kind << c.alpha;
-    if (has_extra) {
-      EXPECT_EQ(extra_count, 1);
-      EXPECT_EQ(extra[0], EXTRASAMPLE_UNASSALPHA);
-    }
-    EXPECT_EQ(TIFFNumberOfStrips(tif), 3u);
+    std::vector<uint32_t> tags = {samples, bits, photometric};
+    if (TIFFGetField(tif, TIFFTAG_EXTRASAMPLES, &extra_count, &extra))
+      tags.insert(tags.end(), extra, extra + extra_count);
+    EXPECT_EQ(tags, c.tags) << c.kind << c.alpha;
+    EXPECT_EQ(
+        (std::vector<uint32_t>{width, height, rows_per_strip, compression, planar, orientation}),
+        (std::vector<uint32_t>{5, 3, 1, 32946, PLANARCONFIG_CONTIG, ORIENTATION_TOPLEFT}));
     TIFFClose(tif);
   }
   EXPECT_TRUE(capture.messages().empty());
-}
-
-TEST(TiffWriterTest, Refusals) {
-  TempDir dir;
-  const std::vector<uint8_t> data(12, 0);
-  {
-    MessageCapture capture;
-    EXPECT_FALSE(VmpWriteTiff(stdout, dir / "s.tif", data.data(), 2, 2, 0, false));
-    ASSERT_EQ(capture.messages().size(), 1u);
-    EXPECT_EQ(capture.Texts()[0], "Internal Error: Unexpected FILE* in VmpWriteTiff");
-    EXPECT_EQ(capture.messages()[0].severity, kInternalError);
-    EXPECT_FALSE(test::FileExists(dir / "s.tif"));
-  }
-  {
-    MessageCapture capture;
-    EXPECT_FALSE(VmpWriteTiff(nullptr, dir / "no/such/dir.tif", data.data(), 2, 2, 0, false));
-    EXPECT_EQ(capture.Texts(),
-              std::vector<std::string>{"Error: Could not be opened for writing: " + (dir / "no/such/dir.tif")});
-  }
-  {
-    MessageCapture capture;
-    EXPECT_FALSE(VmpWriteTiff(nullptr, dir / "zero.tif", data.data(), 0, 2, 0, false));
-    EXPECT_EQ(capture.Texts(), std::vector<std::string>{"Error: Error writing image file : " + (dir / "zero.tif")});
-  }
 }
 
 TEST(SaveMapImageTest, WritesTheImageAtItsOwnSize) {

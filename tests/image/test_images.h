@@ -2,28 +2,25 @@
 // program's own writers do not produce.
 #pragma once
 
+#include <jpeglib.h>
+#include <png.h>
+#include <tiffio.h>
+
+#include <algorithm>
 #include <csetjmp>
 #include <cstdint>
 #include <cstdio>
 #include <string>
 #include <vector>
 
-#include <jpeglib.h>
-#include <png.h>
-#include <tiffio.h>
-
 namespace vmp::test {
 
-// A smooth pattern with some texture: width x height pixels of `samples`.
+// width x height pixels of `samples` bytes: ramps that differ per sample.
 inline std::vector<uint8_t> Pattern(int width, int height, int samples) {
   std::vector<uint8_t> data(static_cast<size_t>(width) * height * samples);
-  for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width; ++x) {
-      for (int s = 0; s < samples; ++s) {
-        data[(static_cast<size_t>(y) * width + x) * samples + s] =
-            static_cast<uint8_t>((x * (s + 1) * 255 / (width > 1 ? width - 1 : 1) + y * 3 + s * 40) & 0xff);
-      }
-    }
+  for (size_t i = 0; i < data.size(); ++i) {
+    const size_t pixel = i / samples, s = i % samples;
+    data[i] = static_cast<uint8_t>((pixel % width) * (s + 1) * 7 + (pixel / width) * 3 + s * 40);
   }
   return data;
 }
@@ -32,15 +29,13 @@ struct PngSpec {
   uint32_t width = 0, height = 0;
   int color_type = PNG_COLOR_TYPE_RGB;
   int bit_depth = 8;
-  bool interlaced = false;
-  std::vector<png_color> palette;
-  std::vector<uint8_t> trns;       // palette alphas (palette files)
-  png_color_16 trns_color{};       // the transparent gray or RGB value
-  bool has_trns_color = false;
   size_t row_bytes = 0;
+  bool interlaced = false;
+  std::vector<png_color> palette = {};
+  std::vector<uint8_t> palette_alpha = {};  // tRNS of a palette file
+  int transparent_gray = -1;                // tRNS of a gray file
 };
 
-// Writes `data` (rows of spec.row_bytes) as a PNG; false on any libpng error.
 inline bool WritePng(const std::string& path, const PngSpec& spec, const uint8_t* data) {
   std::FILE* file = std::fopen(path.c_str(), "wb");
   if (file == nullptr) return false;
@@ -53,29 +48,27 @@ inline bool WritePng(const std::string& path, const PngSpec& spec, const uint8_t
   }
   png_init_io(png, file);
   png_set_IHDR(png, info, spec.width, spec.height, spec.bit_depth, spec.color_type,
-               spec.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-               PNG_FILTER_TYPE_DEFAULT);
-  if (!spec.palette.empty()) {
+               spec.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
+               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  if (!spec.palette.empty())
     png_set_PLTE(png, info, spec.palette.data(), static_cast<int>(spec.palette.size()));
-  }
-  if (!spec.trns.empty()) {
-    png_set_tRNS(png, info, spec.trns.data(), static_cast<int>(spec.trns.size()), nullptr);
-  } else if (spec.has_trns_color) {
-    png_set_tRNS(png, info, nullptr, 0, &spec.trns_color);
+  png_color_16 gray{};
+  gray.gray = static_cast<png_uint_16>(spec.transparent_gray);
+  if (!spec.palette_alpha.empty()) {
+    png_set_tRNS(png, info, spec.palette_alpha.data(), static_cast<int>(spec.palette_alpha.size()),
+                 nullptr);
+  } else if (spec.transparent_gray >= 0) {
+    png_set_tRNS(png, info, nullptr, 0, &gray);
   }
   png_write_info(png, info);
   const int passes = png_set_interlace_handling(png);
-  for (int pass = 0; pass < passes; ++pass) {
-    for (uint32_t y = 0; y < spec.height; ++y) {
-      png_write_row(png, data + y * spec.row_bytes);
-    }
-  }
+  for (int pass = 0; pass < passes; ++pass)
+    for (uint32_t y = 0; y < spec.height; ++y) png_write_row(png, data + y * spec.row_bytes);
   png_write_end(png, info);
   png_destroy_write_struct(&png, &info);
   return std::fclose(file) == 0;
 }
 
-// Writes a gray JPEG of quality 95.
 inline bool WriteGrayJpeg(const std::string& path, int width, int height, const uint8_t* data) {
   std::FILE* file = std::fopen(path.c_str(), "wb");
   if (file == nullptr) return false;
@@ -102,8 +95,7 @@ inline bool WriteGrayJpeg(const std::string& path, int width, int height, const 
 
 struct TiffSpec {
   uint32_t width = 0, height = 0;
-  uint16_t samples = 3;
-  uint16_t bits = 8;
+  uint16_t samples = 3, bits = 8;
   uint16_t photometric = PHOTOMETRIC_RGB;
   uint16_t compression = COMPRESSION_NONE;
   uint16_t orientation = ORIENTATION_TOPLEFT;
@@ -113,7 +105,7 @@ struct TiffSpec {
   std::vector<uint16_t> extra_samples = {};
 };
 
-// Writes `data` (rows of width * samples * bits / 8 bytes) as a TIFF.
+// `data`: rows of width * samples * bits / 8 bytes.
 inline bool WriteTiff(const std::string& path, const TiffSpec& spec, const void* data) {
   TIFF* tif = TIFFOpen(path.c_str(), "w");
   if (tif == nullptr) return false;
@@ -130,34 +122,32 @@ inline bool WriteTiff(const std::string& path, const TiffSpec& spec, const void*
     TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, static_cast<uint16_t>(spec.extra_samples.size()),
                  spec.extra_samples.data());
   }
-  const size_t row_bytes = static_cast<size_t>(spec.width) * spec.samples * spec.bits / 8;
+  const size_t pixel_bytes = static_cast<size_t>(spec.samples) * spec.bits / 8;
+  const size_t row_bytes = spec.width * pixel_bytes;
   const auto* bytes = static_cast<const uint8_t*>(data);
   bool ok = true;
-  if (spec.tile_size != 0) {
-    TIFFSetField(tif, TIFFTAG_TILEWIDTH, spec.tile_size);
-    TIFFSetField(tif, TIFFTAG_TILELENGTH, spec.tile_size);
-    const size_t pixel_bytes = static_cast<size_t>(spec.samples) * spec.bits / 8;
-    std::vector<uint8_t> tile(static_cast<size_t>(TIFFTileSize(tif)));
-    for (uint32_t ty = 0; ty < spec.height && ok; ty += spec.tile_size) {
-      for (uint32_t tx = 0; tx < spec.width && ok; tx += spec.tile_size) {
-        std::fill(tile.begin(), tile.end(), 0);
-        for (uint32_t y = 0; y < spec.tile_size && ty + y < spec.height; ++y) {
-          for (uint32_t x = 0; x < spec.tile_size && tx + x < spec.width; ++x) {
-            for (size_t b = 0; b < pixel_bytes; ++b) {
-              tile[(static_cast<size_t>(y) * spec.tile_size + x) * pixel_bytes + b] =
-                  bytes[(ty + y) * row_bytes + (tx + x) * pixel_bytes + b];
-            }
-          }
-        }
-        ok = TIFFWriteTile(tif, tile.data(), tx, ty, 0, 0) >= 0;
-      }
-    }
-  } else {
+  if (spec.tile_size == 0) {
     TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, spec.rows_per_strip);
     std::vector<uint8_t> row(row_bytes);
     for (uint32_t y = 0; y < spec.height && ok; ++y) {
       std::copy(bytes + y * row_bytes, bytes + (y + 1) * row_bytes, row.begin());
       ok = TIFFWriteScanline(tif, row.data(), y, 0) >= 0;
+    }
+  } else {
+    const uint32_t t = spec.tile_size;
+    TIFFSetField(tif, TIFFTAG_TILEWIDTH, t);
+    TIFFSetField(tif, TIFFTAG_TILELENGTH, t);
+    std::vector<uint8_t> tile(static_cast<size_t>(TIFFTileSize(tif)));
+    for (uint32_t ty = 0; ty < spec.height && ok; ty += t) {
+      for (uint32_t tx = 0; tx < spec.width && ok; tx += t) {
+        std::fill(tile.begin(), tile.end(), 0);
+        for (uint32_t y = 0; y < t && ty + y < spec.height; ++y) {
+          const size_t run = std::min(t, spec.width - tx) * pixel_bytes;
+          std::copy_n(bytes + (ty + y) * row_bytes + tx * pixel_bytes, run,
+                      tile.begin() + y * t * pixel_bytes);
+        }
+        ok = TIFFWriteTile(tif, tile.data(), tx, ty, 0, 0) >= 0;
+      }
     }
   }
   TIFFClose(tif);
