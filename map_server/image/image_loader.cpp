@@ -1,5 +1,6 @@
 #include "map_server/image/image_loader.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <memory>
@@ -44,15 +45,14 @@ bool AllocateLoadedImage(const std::string& path, uint64_t width, uint64_t heigh
   const uint64_t per_pixel = static_cast<uint64_t>(samples) * static_cast<uint64_t>(sample_bytes);
   // width and height come from 32-bit header fields, so the product fits.
   const uint64_t pixels = width * height;
-  if (width == 0 || height == 0 || pixels > static_cast<uint64_t>(limit) / per_pixel) {
+  if (pixels > static_cast<uint64_t>(std::max<int64_t>(limit, 0)) / per_pixel) {
     ReportNumber(kError, "Image too large", path, static_cast<double>(pixels) * per_pixel);
     return false;
   }
   try {
-    if (sample_bytes == 2)
-      image.elevation_samples.Resize(pixels * samples);
-    else
-      image.pixels.Resize(pixels * samples);
+    // The buffer of the other kind is emptied (its memory is kept).
+    image.elevation_samples.Resize(sample_bytes == 2 ? pixels * samples : 0);
+    image.pixels.Resize(sample_bytes == 2 ? 0 : pixels * samples);
   } catch (const std::bad_alloc&) {
     ReportNumber(kError, "Not enough memory for the image", path,
                  static_cast<double>(pixels * per_pixel));

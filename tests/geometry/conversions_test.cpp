@@ -69,8 +69,7 @@ TEST(ConversionTest, RectangularInverseTolerance) {
       {&wide, 20 - 0.0000005, 50, true, 0, -180.0000005},  // within the tolerance, no shift
       {&wide, 19.99, 50, false, 0, invalid},
       {&wide, 380.01, 50, false, 0, invalid},
-      {&wide, std::numeric_limits<double>::quiet_NaN(), 50, false, 0, invalid},
-  };
+      {&wide, std::numeric_limits<double>::quiet_NaN(), 50, false, 0, invalid}};
   for (const Case& c : cases) {
     LatLonPoint p = PixelToLatLon(*c.g, c.x, c.y);
     EXPECT_EQ(p.ok, c.ok) << c.x << "," << c.y;
@@ -99,8 +98,7 @@ TEST(ConversionTest, OrthographicRim) {
       {256 + 256 * std::sqrt(1.0000005), 256, true, 0, 110},  // just past: within tolerance
       {256 + 256 * std::sqrt(1.000002), 256, false, kInvalidCoordinate, kInvalidCoordinate},
       {256, 512, true, 90, 20},  // y counts upwards: the top is north
-      {256, 0, true, -90, 20},
-  };
+      {256, 0, true, -90, 20}};
   for (const Case& c : cases) {
     LatLonPoint p = PixelToLatLon(g, c.x, c.y);
     EXPECT_EQ(p.ok, c.ok) << c.x << "," << c.y;
@@ -138,20 +136,18 @@ TEST(ConversionTest, RoundTrips) {
   struct Case {
     bool ortho;
     double lat, lon, h_extent, v_extent, angle;
-  } cases[] = {
-      {false, 0, 0, 360, 180, 0},
-      {false, 0, 170, 60, 30, 0},
-      {false, 80, 0, 40, 40, 0},
-      {false, -45, -120, 5, 3, 0},
-      {false, 10, 20, 30, 30, 30},
-      {false, 80, 0, 40, 40, -75},
-      {false, 0, 179.5, 2, 1, 200},
-      {true, 0, 0, 2 * kEquatorialRadius, 0, 0},
-      {true, 45, 10, 2 * kEquatorialRadius, 0, 0},
-      {true, -60, -150, 3e6, 0, 0},
-      {true, 89, 100, 2 * kEquatorialRadius, 0, 0},
-      {true, 30, 179, 5e5, 0, 0},
-  };
+  } cases[] = {{false, 0, 0, 360, 180, 0},
+               {false, 0, 170, 60, 30, 0},
+               {false, 80, 0, 40, 40, 0},
+               {false, -45, -120, 5, 3, 0},
+               {false, 10, 20, 30, 30, 30},
+               {false, 80, 0, 40, 40, -75},
+               {false, 0, 179.5, 2, 1, 200},
+               {true, 0, 0, 2 * kEquatorialRadius, 0, 0},
+               {true, 45, 10, 2 * kEquatorialRadius, 0, 0},
+               {true, -60, -150, 3e6, 0, 0},
+               {true, 89, 100, 2 * kEquatorialRadius, 0, 0},
+               {true, 30, 179, 5e5, 0, 0}};
   for (const Case& c : cases) {
     MapGeometryInput in = c.ortho ? Orthographic(c.lat, c.lon, c.h_extent, c.h_extent, 400, 300)
                                   : Rectangular(c.lat, c.lon, c.h_extent, c.v_extent, 400, 300);

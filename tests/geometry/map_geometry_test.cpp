@@ -32,11 +32,11 @@ TEST(MapGeometrySetupTest, AspectCorrectionAndScale) {
     double h_extent, v_extent;
     int64_t stretch;
     double expect_h, expect_v;
-  } cases[] = {
-      {1000, 500, 10, 10, 0, 20, 10}, {500, 1000, 10, 10, 0, 10, 20},
-      {1000, 500, 30, 10, 0, 30, 15}, {1000, 500, 20, 10, 0, 20, 10},
-      {1000, 500, 10, 10, 1, 10, 10},
-  };
+  } cases[] = {{1000, 500, 10, 10, 0, 20, 10},
+               {500, 1000, 10, 10, 0, 10, 20},
+               {1000, 500, 30, 10, 0, 30, 15},
+               {1000, 500, 20, 10, 0, 20, 10},
+               {1000, 500, 10, 10, 1, 10, 10}};
   for (const Case& c : cases) {
     MessageCapture capture;
     MapGeometryInput in = Rectangular(0, 0, c.h_extent, c.v_extent, c.width, c.height);
@@ -61,8 +61,7 @@ TEST(MapGeometrySetupTest, VerbosityReports) {
       {0, 0, false, false, "Stretching is OFF.", "ExtentX is: 20", "Zoom factor is: 18"},
       {1, 0, false, true, "Stretching is OFF.", "ExtentX is: 20", "Zoom factor is: 18"},
       {2, 0, true, true, "Info: Stretching is OFF.", "Info: ExtentX is: 20", "Zoom factor is: 18"},
-      {2, 1, true, true, "Info: Stretching is ON.", "Info: ExtentX is: 10", "Zoom factor is: 36"},
-  };
+      {2, 1, true, true, "Info: Stretching is ON.", "Info: ExtentX is: 10", "Zoom factor is: 36"}};
   for (const Case& c : cases) {
     MessageCapture capture;
     MapGeometryInput in = Rectangular(10, 20, 10, 10, 1000, 500);
@@ -86,14 +85,12 @@ TEST(MapGeometrySetupTest, SizeCheckAndItsExceptions) {
     int64_t clip_max_x;
     const char* huge_env;  // null: unset
     bool ok;
-  } cases[] = {
-      {10000, 100, false, 0, nullptr, true},     {10001, 100, false, 0, nullptr, false},
-      {100, 10001, false, 0, nullptr, false},    {10001, 100, true, 9999, nullptr, true},
-      {10001, 100, true, 10000, nullptr, false}, {10001, 100, false, 0, "true", true},
-      {10001, 100, false, 0, "false", false},    {10001, 100, false, 0, "TRUE", false},
-      {1, 100, false, 0, "true", false},         {100, 1, false, 0, nullptr, false},
-      {-5, 100, false, 0, nullptr, false},
-  };
+  } cases[] = {{10000, 100, false, 0, nullptr, true},     {10001, 100, false, 0, nullptr, false},
+               {100, 10001, false, 0, nullptr, false},    {10001, 100, true, 9999, nullptr, true},
+               {10001, 100, true, 10000, nullptr, false}, {10001, 100, false, 0, "true", true},
+               {10001, 100, false, 0, "false", false},    {10001, 100, false, 0, "TRUE", false},
+               {1, 100, false, 0, "true", false},         {100, 1, false, 0, nullptr, false},
+               {-5, 100, false, 0, nullptr, false}};
   for (const Case& c : cases) {
     if (c.huge_env)
       setenv("KAV_ALLOW_HUGE_IMAGE", c.huge_env, 1);
@@ -136,23 +133,21 @@ TEST(MapGeometrySetupTest, OtherFailures) {
     MapGeometryInput in;
     const char* text;  // the only message
     int64_t image_width;
-  } cases[] = {
-      {"no dataset", with([](auto& in) { in.dataset_options.reset(); }),
-       "Error: Unset map object, missing VmpSetupMap() call!", 0},
-      {"projection 1", with([](auto& in) { in.projection = 1; }),
-       "Error: Only support orthographic and rectangular projections for now", 0},
-      {"bad size in a location query",
-       with([](auto& in) { in.width = 1, in.location_query = true; }),
-       "Error: Invalid Width/Height", 0},
-      {"zero extent", with([](auto& in) { in.h_extent = 0; }),
-       "Error: Invalid map geometry parameter: HExtent: 0", 1},
-      {"negative extent", with([](auto& in) { in.v_extent = -1; }),
-       "Error: Invalid map geometry parameter: VExtent: -1", 1},
-      {"NaN centre", with([&](auto& in) { in.center_lat = nan; }),
-       "Error: Invalid map geometry parameter: CenterLat", 1},
-      {"infinite angle", with([](auto& in) { in.angle = INFINITY; }),
-       "Error: Invalid map geometry parameter: Angle", 1},
-  };
+  } cases[] = {{"no dataset", with([](auto& in) { in.dataset_options.reset(); }),
+                "Error: Unset map object, missing VmpSetupMap() call!", 0},
+               {"projection 1", with([](auto& in) { in.projection = 1; }),
+                "Error: Only support orthographic and rectangular projections for now", 0},
+               {"bad size in a location query",
+                with([](auto& in) { in.width = 1, in.location_query = true; }),
+                "Error: Invalid Width/Height", 0},
+               {"zero extent", with([](auto& in) { in.h_extent = 0; }),
+                "Error: Invalid map geometry parameter: HExtent: 0", 1},
+               {"negative extent", with([](auto& in) { in.v_extent = -1; }),
+                "Error: Invalid map geometry parameter: VExtent: -1", 1},
+               {"NaN centre", with([&](auto& in) { in.center_lat = nan; }),
+                "Error: Invalid map geometry parameter: CenterLat", 1},
+               {"infinite angle", with([](auto& in) { in.angle = INFINITY; }),
+                "Error: Invalid map geometry parameter: Angle", 1}};
   for (const Case& c : cases) {
     MessageCapture capture;
     SetupResult s(c.in);
@@ -208,15 +203,13 @@ TEST(MapGeometrySetupTest, VisibleRectangleShowsOnlyTheWorld) {
     double lat, h_extent, v_extent, angle;
     int64_t width, height;
     int64_t min_x, max_x, min_y, max_y;
-  } cases[] = {
-      // Latitude 90 lies at row (100 - 90) * 399 / 40 = 99.75, rounded to 100.
-      {80, 40, 40, 0, 400, 400, 0, 399, 100, 399},
-      {-80, 40, 40, 0, 400, 400, 0, 399, 0, 299},
-      // Twice the world: lon -180 at column 180 * 999 / 720 = 249.75.
-      {0, 720, 360, 0, 1000, 500, 250, 749, 125, 374},
-      // Rotated views keep the whole image.
-      {80, 40, 40, 30, 400, 300, 0, 399, 0, 299},
-  };
+  } cases[] = {// Latitude 90 lies at row (100 - 90) * 399 / 40 = 99.75, rounded to 100.
+               {80, 40, 40, 0, 400, 400, 0, 399, 100, 399},
+               {-80, 40, 40, 0, 400, 400, 0, 399, 0, 299},
+               // Twice the world: lon -180 at column 180 * 999 / 720 = 249.75.
+               {0, 720, 360, 0, 1000, 500, 250, 749, 125, 374},
+               // Rotated views keep the whole image.
+               {80, 40, 40, 30, 400, 300, 0, 399, 0, 299}};
   for (const Case& c : cases) {
     MessageCapture capture;
     MapGeometryInput in = Rectangular(c.lat, 0, c.h_extent, c.v_extent, c.width, c.height);
@@ -329,17 +322,15 @@ TEST(MapGeometrySetupTest, LocationQuery) {
     MapGeometryInput in;
     bool ok;
     std::vector<int64_t> box;
-  } cases[] = {
-      {"middle", query(rect, 100, 50), true, {95, 105, 45, 55}},
-      {"corner clamps", query(rect, 2, 99), true, {0, 7, 94, 100}},
-      {"radius truncated", query(rect, 100, 50, 2.9), true, {98, 102, 48, 52}},
-      {"box clamped to clip", query(clipped, 252, 298), true, {250, 257, 293, 300}},
-      {"outside image", query(rect, 201, 50), false, {}},
-      {"negative", query(rect, -1, 50), false, {}},
-      {"below image", query(rect, 10, 101), false, {}},
-      {"off the globe", query(globe, 0, 0), false, {}},
-      {"box outside clip", query(clipped, 256, 200), false, {}},
-  };
+  } cases[] = {{"middle", query(rect, 100, 50), true, {95, 105, 45, 55}},
+               {"corner clamps", query(rect, 2, 99), true, {0, 7, 94, 100}},
+               {"radius truncated", query(rect, 100, 50, 2.9), true, {98, 102, 48, 52}},
+               {"box clamped to clip", query(clipped, 252, 298), true, {250, 257, 293, 300}},
+               {"outside image", query(rect, 201, 50), false, {}},
+               {"negative", query(rect, -1, 50), false, {}},
+               {"below image", query(rect, 10, 101), false, {}},
+               {"off the globe", query(globe, 0, 0), false, {}},
+               {"box outside clip", query(clipped, 256, 200), false, {}}};
   for (const Case& c : cases) {
     MessageCapture capture;
     SetupResult s(c.in);

@@ -72,8 +72,7 @@ TEST(MapImageTest, SizeThatIsNotPositiveIsRefused) {
   } cases[] = {
       {0, 10, "Error: Overflow calculating image size.: 0"},
       {-4, -4, "Error: Overflow calculating image size.: 48"},  // positive product, still refused
-      {int64_t{1} << 40, int64_t{1} << 40, "Error: Overflow calculating image size."},
-  };
+      {int64_t{1} << 40, int64_t{1} << 40, "Error: Overflow calculating image size."}};
   for (const Case& c : cases) {
     test::MessageCapture capture;
     MapImage image;
