@@ -46,7 +46,7 @@ TEST(ImageLoaderTest, PngLayouts) {
   const std::vector<uint8_t> rgb = test::Pattern(w, h, 3), rgba = test::Pattern(w, h, 4);
   struct Case {
     const char* name;
-    test::PngSpec spec;
+    test::PngLayout layout;
     const std::vector<uint8_t>& data;
     int samples;
     const std::vector<uint8_t>& expected;
@@ -63,10 +63,10 @@ TEST(ImageLoaderTest, PngLayouts) {
                                          .transparent_gray = gray[5]}, gray, 4, gray_rgba}};
   // clang-format on
   for (const Case& c : cases) {
-    test::PngSpec spec = c.spec;
-    spec.width = w;
-    spec.height = h;
-    ASSERT_TRUE(test::WritePng(dir / "image.png", spec, c.data.data())) << c.name;
+    test::PngLayout layout = c.layout;
+    layout.width = w;
+    layout.height = h;
+    ASSERT_TRUE(test::WritePng(dir / "image.png", layout, c.data.data())) << c.name;
     MessageCapture capture;
     LoadedImage image;
     ASSERT_TRUE(LoadImageFile(dir / "image.png", kImageFormatFromName, false, image)) << c.name;
@@ -94,16 +94,16 @@ TEST(ImageLoaderTest, TiffLayouts) {
   std::vector<int16_t> dem(w * h);
   for (size_t i = 0; i < dem.size(); ++i) dem[i] = static_cast<int16_t>(int(i) * 37 - 5000);
   // clang-format off
-  const test::TiffSpec signed_dem{.width = w, .height = h, .samples = 1, .bits = 16,
+  const test::TiffLayout signed_dem{.width = w, .height = h, .samples = 1, .bits = 16,
                                   .photometric = PHOTOMETRIC_MINISBLACK, .compression = COMPRESSION_ADOBE_DEFLATE,
                                   .sample_format = SAMPLEFORMAT_INT, .rows_per_strip = 8};
   // clang-format on
-  test::TiffSpec dem_tiles = signed_dem;
+  test::TiffLayout dem_tiles = signed_dem;
   dem_tiles.tile_size = 32;
   struct Case {
     const char* name;
-    int writer_kind;  // -1: written by the test with `spec`, else VmpWriteTiff's kind
-    test::TiffSpec spec;
+    int writer_kind;  // -1: written by the test with `layout`, else VmpWriteTiff's kind
+    test::TiffLayout layout;
     const void* data;  // as written
     const void* expected;
     int samples;
@@ -123,7 +123,7 @@ TEST(ImageLoaderTest, TiffLayouts) {
     const std::string path = dir / "t.tif";
     const bool elevation = c.samples == 1;
     ASSERT_TRUE(c.writer_kind < 0
-                    ? test::WriteTiff(path, c.spec, c.data)
+                    ? test::WriteTiff(path, c.layout, c.data)
                     : VmpWriteTiff(nullptr, path, c.data, w, h, c.writer_kind, c.samples == 4));
     MessageCapture capture;
     LoadedImage image;
@@ -133,7 +133,7 @@ TEST(ImageLoaderTest, TiffLayouts) {
     EXPECT_EQ(image.width * 100 + image.height, w * 100 + h);
     EXPECT_EQ(image.samples_per_pixel, c.samples) << c.name;
     EXPECT_EQ(image.elevation, elevation);
-    EXPECT_EQ(image.signed_elevation, c.spec.sample_format == SAMPLEFORMAT_INT) << c.name;
+    EXPECT_EQ(image.signed_elevation, c.layout.sample_format == SAMPLEFORMAT_INT) << c.name;
     const void* loaded = elevation ? static_cast<const void*>(image.elevation_samples.data())
                                    : static_cast<const void*>(image.pixels.data());
     EXPECT_EQ(std::memcmp(loaded, c.expected, w * h * (elevation ? 2 : c.samples)), 0) << c.name;
@@ -177,13 +177,13 @@ TEST(ImageLoaderTest, Refusals) {
   const std::vector<uint8_t> zeros(w * h * 8);
   using Maker = std::function<void(const std::string&)>;
   auto tiff = [&](uint16_t samples, uint16_t bits) -> Maker {
-    test::TiffSpec spec{.width = w, .height = h, .samples = samples, .bits = bits};
-    if (samples < 3) spec.photometric = PHOTOMETRIC_MINISBLACK;
-    if (samples > 3) spec.extra_samples.assign(samples - 3, EXTRASAMPLE_UNSPECIFIED);
-    return [=, &zeros](const std::string& p) { test::WriteTiff(p, spec, zeros.data()); };
+    test::TiffLayout layout{.width = w, .height = h, .samples = samples, .bits = bits};
+    if (samples < 3) layout.photometric = PHOTOMETRIC_MINISBLACK;
+    if (samples > 3) layout.extra_samples.assign(samples - 3, EXTRASAMPLE_UNSPECIFIED);
+    return [=, &zeros](const std::string& p) { test::WriteTiff(p, layout, zeros.data()); };
   };
-  auto png = [&](test::PngSpec spec) -> Maker {
-    return [=, &zeros](const std::string& p) { test::WritePng(p, spec, zeros.data()); };
+  auto png = [&](test::PngLayout layout) -> Maker {
+    return [=, &zeros](const std::string& p) { test::WritePng(p, layout, zeros.data()); };
   };
   const Maker rgb_png = png({.width = w, .height = h, .row_bytes = w * 3});
   const Maker jpeg = [&](const std::string& p) { WriteMapJpeg(nullptr, p, rgb.data(), w, h); };

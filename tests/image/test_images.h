@@ -25,7 +25,7 @@ inline std::vector<uint8_t> Pattern(int width, int height, int samples) {
   return data;
 }
 
-struct PngSpec {
+struct PngLayout {
   uint32_t width = 0, height = 0;
   int color_type = PNG_COLOR_TYPE_RGB;
   int bit_depth = 8;
@@ -36,7 +36,7 @@ struct PngSpec {
   int transparent_gray = -1;                // tRNS of a gray file
 };
 
-inline bool WritePng(const std::string& path, const PngSpec& spec, const uint8_t* data) {
+inline bool WritePng(const std::string& path, const PngLayout& layout, const uint8_t* data) {
   std::FILE* file = std::fopen(path.c_str(), "wb");
   if (file == nullptr) return false;
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
@@ -47,23 +47,23 @@ inline bool WritePng(const std::string& path, const PngSpec& spec, const uint8_t
     return false;
   }
   png_init_io(png, file);
-  png_set_IHDR(png, info, spec.width, spec.height, spec.bit_depth, spec.color_type,
-               spec.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
+  png_set_IHDR(png, info, layout.width, layout.height, layout.bit_depth, layout.color_type,
+               layout.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-  if (!spec.palette.empty())
-    png_set_PLTE(png, info, spec.palette.data(), static_cast<int>(spec.palette.size()));
+  if (!layout.palette.empty())
+    png_set_PLTE(png, info, layout.palette.data(), static_cast<int>(layout.palette.size()));
   png_color_16 gray{};
-  gray.gray = static_cast<png_uint_16>(spec.transparent_gray);
-  if (!spec.palette_alpha.empty()) {
-    png_set_tRNS(png, info, spec.palette_alpha.data(), static_cast<int>(spec.palette_alpha.size()),
-                 nullptr);
-  } else if (spec.transparent_gray >= 0) {
+  gray.gray = static_cast<png_uint_16>(layout.transparent_gray);
+  if (!layout.palette_alpha.empty()) {
+    png_set_tRNS(png, info, layout.palette_alpha.data(),
+                 static_cast<int>(layout.palette_alpha.size()), nullptr);
+  } else if (layout.transparent_gray >= 0) {
     png_set_tRNS(png, info, nullptr, 0, &gray);
   }
   png_write_info(png, info);
   const int passes = png_set_interlace_handling(png);
   for (int pass = 0; pass < passes; ++pass)
-    for (uint32_t y = 0; y < spec.height; ++y) png_write_row(png, data + y * spec.row_bytes);
+    for (uint32_t y = 0; y < layout.height; ++y) png_write_row(png, data + y * layout.row_bytes);
   png_write_end(png, info);
   png_destroy_write_struct(&png, &info);
   return std::fclose(file) == 0;
@@ -93,7 +93,7 @@ inline bool WriteGrayJpeg(const std::string& path, int width, int height, const 
   return std::fclose(file) == 0;
 }
 
-struct TiffSpec {
+struct TiffLayout {
   uint32_t width = 0, height = 0;
   uint16_t samples = 3, bits = 8;
   uint16_t photometric = PHOTOMETRIC_RGB;
@@ -106,43 +106,43 @@ struct TiffSpec {
 };
 
 // `data`: rows of width * samples * bits / 8 bytes.
-inline bool WriteTiff(const std::string& path, const TiffSpec& spec, const void* data) {
+inline bool WriteTiff(const std::string& path, const TiffLayout& layout, const void* data) {
   TIFF* tif = TIFFOpen(path.c_str(), "w");
   if (tif == nullptr) return false;
-  TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, spec.width);
-  TIFFSetField(tif, TIFFTAG_IMAGELENGTH, spec.height);
-  TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, spec.samples);
-  TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, spec.bits);
-  TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, spec.photometric);
-  TIFFSetField(tif, TIFFTAG_COMPRESSION, spec.compression);
-  TIFFSetField(tif, TIFFTAG_ORIENTATION, spec.orientation);
-  TIFFSetField(tif, TIFFTAG_SAMPLEFORMAT, spec.sample_format);
+  TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, layout.width);
+  TIFFSetField(tif, TIFFTAG_IMAGELENGTH, layout.height);
+  TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, layout.samples);
+  TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, layout.bits);
+  TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, layout.photometric);
+  TIFFSetField(tif, TIFFTAG_COMPRESSION, layout.compression);
+  TIFFSetField(tif, TIFFTAG_ORIENTATION, layout.orientation);
+  TIFFSetField(tif, TIFFTAG_SAMPLEFORMAT, layout.sample_format);
   TIFFSetField(tif, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-  if (!spec.extra_samples.empty()) {
-    TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, static_cast<uint16_t>(spec.extra_samples.size()),
-                 spec.extra_samples.data());
+  if (!layout.extra_samples.empty()) {
+    TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, static_cast<uint16_t>(layout.extra_samples.size()),
+                 layout.extra_samples.data());
   }
-  const size_t pixel_bytes = static_cast<size_t>(spec.samples) * spec.bits / 8;
-  const size_t row_bytes = spec.width * pixel_bytes;
+  const size_t pixel_bytes = static_cast<size_t>(layout.samples) * layout.bits / 8;
+  const size_t row_bytes = layout.width * pixel_bytes;
   const auto* bytes = static_cast<const uint8_t*>(data);
   bool ok = true;
-  if (spec.tile_size == 0) {
-    TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, spec.rows_per_strip);
+  if (layout.tile_size == 0) {
+    TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, layout.rows_per_strip);
     std::vector<uint8_t> row(row_bytes);
-    for (uint32_t y = 0; y < spec.height && ok; ++y) {
+    for (uint32_t y = 0; y < layout.height && ok; ++y) {
       std::copy(bytes + y * row_bytes, bytes + (y + 1) * row_bytes, row.begin());
       ok = TIFFWriteScanline(tif, row.data(), y, 0) >= 0;
     }
   } else {
-    const uint32_t t = spec.tile_size;
+    const uint32_t t = layout.tile_size;
     TIFFSetField(tif, TIFFTAG_TILEWIDTH, t);
     TIFFSetField(tif, TIFFTAG_TILELENGTH, t);
     std::vector<uint8_t> tile(static_cast<size_t>(TIFFTileSize(tif)));
-    for (uint32_t ty = 0; ty < spec.height && ok; ty += t) {
-      for (uint32_t tx = 0; tx < spec.width && ok; tx += t) {
+    for (uint32_t ty = 0; ty < layout.height && ok; ty += t) {
+      for (uint32_t tx = 0; tx < layout.width && ok; tx += t) {
         std::fill(tile.begin(), tile.end(), 0);
-        for (uint32_t y = 0; y < t && ty + y < spec.height; ++y) {
-          const size_t run = std::min(t, spec.width - tx) * pixel_bytes;
+        for (uint32_t y = 0; y < t && ty + y < layout.height; ++y) {
+          const size_t run = std::min(t, layout.width - tx) * pixel_bytes;
           std::copy_n(bytes + (ty + y) * row_bytes + tx * pixel_bytes, run,
                       tile.begin() + y * t * pixel_bytes);
         }
