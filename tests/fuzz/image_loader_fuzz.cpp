@@ -14,6 +14,12 @@
 namespace {
 
 std::string* input_path = nullptr;
+std::string* input_dir = nullptr;
+
+void RemoveInput() {
+  std::remove(input_path->c_str());
+  rmdir(input_dir->c_str());
+}
 
 void Setup() {
   // Messages are formatted but go nowhere (no console, no log files); the
@@ -26,7 +32,9 @@ void Setup() {
   vmp::ImageFiles().max_image_bytes = 16 << 20;
   char dir[] = "/tmp/image_loader_fuzz_XXXXXX";
   if (mkdtemp(dir) == nullptr) std::abort();
-  input_path = new std::string(std::string(dir) + "/input");
+  input_dir = new std::string(dir);
+  input_path = new std::string(*input_dir + "/input");
+  std::atexit(RemoveInput);
 }
 
 }  // namespace
