@@ -11,6 +11,7 @@
 #include "map_server/dataset/dataset.h"
 #include "map_server/dataset/param_conversion.h"
 #include "map_server/dataset/resource_group.h"
+#include "map_server/geometry/map_geometry.h"
 
 namespace vmp {
 
@@ -55,13 +56,15 @@ struct MapRecord {
   // Bound by VmpSetupMap; null until then.
   Dataset* dataset = nullptr;
 
-  // --- Per-request state added by the rendering modules (geometry, ...) ---
+  // --- Per-request state of the rendering ---
+  bool location_query = false;  // hit tests only, no image
 };
 
 struct MapRequest {
   ResourceGroup resources{"MapRequest"};
   MapRecord record;
   std::vector<SelectedLayer> layers;  // the Layers array
+  MapGeometry geometry;               // set up by SetupMapGeometry
 };
 
 // A new request with the 25 map resources at their table defaults (the

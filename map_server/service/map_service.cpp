@@ -94,4 +94,44 @@ bool CheckMapSetup(const MapRequest& map) {
   return false;
 }
 
+bool SetupMapGeometry(MapRequest& map, bool refresh) {
+  if (refresh) ConvertConfig(map);
+  const MapRecord& r = map.record;
+  MapGeometryInput in;
+  in.projection = r.projection;
+  in.center_lat = r.center_lat;
+  in.center_lon = r.center_lon;
+  in.h_extent = r.h_extent;
+  in.v_extent = r.v_extent;
+  in.width = r.width;
+  in.height = r.height;
+  in.stretch = r.stretch;
+  in.angle = r.angle;
+  in.clip_area = r.clip_area != 0;
+  in.clip_min_x = r.clip_min_x;
+  in.clip_max_x = r.clip_max_x;
+  in.clip_min_y = r.clip_min_y;
+  in.clip_max_y = r.clip_max_y;
+  in.location_query = r.location_query;
+  in.location_i = r.location_i;
+  in.location_j = r.location_j;
+  in.verbosity = Verbosity();
+  in.background[0] = r.background.red;
+  in.background[1] = r.background.green;
+  in.background[2] = r.background.blue;
+  if (r.dataset != nullptr) {
+    const Dataset& d = *r.dataset;
+    in.dataset_options = DatasetOptions{d.NumberOption(kDatasetEncoding),
+                                        d.NumberOption(kDatasetGlyphCacheType),
+                                        d.NumberOption(kDatasetMaxImageTiles),
+                                        d.NumberOption(kDatasetMaxVectorTiles)};
+  }
+  MapService& service = Service();
+  bool ok = SetupMapGeometry(in, map.geometry, service.map_image());
+  if (in.dataset_options) {
+    service.tile_limits() = {map.geometry.max_image_tiles, map.geometry.max_vector_tiles};
+  }
+  return ok;
+}
+
 }  // namespace vmp

@@ -11,6 +11,7 @@
 
 #include "map_server/dataset/dataset.h"
 #include "map_server/dataset/map_request.h"
+#include "map_server/geometry/map_image.h"
 
 struct FT_LibraryRec_;
 
@@ -53,8 +54,18 @@ class MapService {
   // Layers whose tiles stay cached between requests (CachedLayers).
   std::vector<Layer*>& cached_layers() { return cached_layers_; }
 
-  // --- Tile caches, loaded tile counts and the map image: added by the
-  // tile and rendering modules. ---
+  // The map image every render draws into; its buffer only grows.
+  MapImage& map_image() { return map_image_; }
+
+  // Process-wide tile-count limits, read from the dataset at geometry setup
+  // (negative: no limit).
+  struct TileLimits {
+    int64_t max_image_tiles = -1;
+    int64_t max_vector_tiles = -1;
+  };
+  TileLimits& tile_limits() { return tile_limits_; }
+
+  // --- Tile caches and loaded tile counts: added by the tile module. ---
 
  private:
   bool started_ = false;
@@ -62,7 +73,15 @@ class MapService {
   std::vector<Layer*> cached_layers_;
   FontLibraryInit font_library_init_;
   FT_LibraryRec_* font_library_ = nullptr;
+  MapImage map_image_;
+  TileLimits tile_limits_;
 };
+
+// Sets up the map's pixel geometry from its parameters (converted again
+// first when `refresh` is set) and the dataset bound by VmpSetupMap; the
+// dataset's tile limits become the service's. False on failure (the
+// failure path leaves a 1 x 1 background image in the map image).
+bool SetupMapGeometry(MapRequest& map, bool refresh);
 
 // The process's map service.
 MapService& Service();

@@ -146,3 +146,43 @@ TEST_F(MapServiceTest, LayerAndFontLookupsThroughTheService) {
 
 }  // namespace
 }  // namespace vmp
+
+namespace vmp {
+namespace {
+
+// The map request's own geometry setup: parameters from its resources, the
+// dataset's options and tile limits.
+TEST(MapGeometrySetupTest, UsesTheMapParametersAndTheDataset) {
+  test::TempDir dir;
+  std::string info = dir.Write("set.sdf", "MAX IMAGE TILES=12\nMAX VECTOR TILES=7\n");
+  test::MessageCapture capture;
+  MapService& service = Service();
+  service.Start(info);
+  std::unique_ptr<MapRequest> map = CreateMapRequest();
+  map->resources.SetNumber("Projection", 0);
+  map->resources.SetNumber("Width", 1000);
+  map->resources.SetNumber("Height", 500);
+  map->resources.SetNumber("HExtent", 10);
+  map->resources.SetNumber("VExtent", 10);
+  map->resources.SetNumber("CenterLon", 5);
+  map->resources.SetNumber("CenterLat", 0);
+
+  // Without a bound dataset the setup refuses.
+  EXPECT_FALSE(SetupMapGeometry(*map, true));
+  EXPECT_TRUE(capture.Contains("Unset map object, missing VmpSetupMap() call!"));
+
+  ASSERT_TRUE(VmpSetupMap(*map));
+  ASSERT_TRUE(SetupMapGeometry(*map, true));
+  EXPECT_EQ(map->geometry.half_h_extent, 10);  // widened to the 2:1 image
+  EXPECT_EQ(map->geometry.half_v_extent, 5);
+  EXPECT_EQ(map->geometry.min_lon, -5);
+  EXPECT_EQ(service.tile_limits().max_image_tiles, 12);
+  EXPECT_EQ(service.tile_limits().max_vector_tiles, 7);
+  // A second setup of the same parameters gives the same geometry.
+  ASSERT_TRUE(SetupMapGeometry(*map, false));
+  EXPECT_EQ(map->geometry.half_h_extent, 10);
+  service.Terminate();
+}
+
+}  // namespace
+}  // namespace vmp
