@@ -1,5 +1,6 @@
 #include "map_server/tools/replacing_output.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -39,8 +40,12 @@ ReplacingOutput& ReplacingOutput::operator=(ReplacingOutput&& other) noexcept {
 bool ReplacingOutput::Open(const std::string& target) {
   Discard();
   target_ = target;
-  temporary_ = target + ".tmp" + std::to_string(static_cast<long>(getpid()));
-  file_ = std::fopen(temporary_.c_str(), "wb");
+  // A device or pipe (/dev/null, /dev/stdout) is written as it is: it must
+  // never be replaced by a file.
+  struct stat status;
+  const bool special = stat(target.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
+  if (!special) temporary_ = target + ".tmp" + std::to_string(static_cast<long>(getpid()));
+  file_ = std::fopen(special ? target.c_str() : temporary_.c_str(), "wb");
   if (file_ == nullptr) return false;
   if (!buffer_) buffer_ = std::make_unique<char[]>(kOutputBufferSize);
   std::setvbuf(file_, buffer_.get(), _IOFBF, kOutputBufferSize);
@@ -62,6 +67,7 @@ bool ReplacingOutput::Commit() {
   if (file_ == nullptr) return false;
   bool ok = std::fflush(file_) == 0 && !std::ferror(file_);
   ok = std::fclose(std::exchange(file_, nullptr)) == 0 && ok;
+  if (temporary_.empty()) return ok;
   ok = ok && std::rename(temporary_.c_str(), target_.c_str()) == 0;
   if (!ok) std::remove(temporary_.c_str());
   temporary_.clear();
@@ -71,7 +77,7 @@ bool ReplacingOutput::Commit() {
 void ReplacingOutput::Discard() {
   if (file_ != nullptr) {
     std::fclose(std::exchange(file_, nullptr));
-    std::remove(temporary_.c_str());
+    if (!temporary_.empty()) std::remove(temporary_.c_str());
   }
   temporary_.clear();
 }

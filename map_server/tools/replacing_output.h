@@ -7,6 +7,9 @@
 // is read whole before it is replaced. Dropping the object without a commit
 // removes the temporary file.
 //
+// A target that exists and is not a regular file (a device such as
+// /dev/null, a pipe) is written directly instead.
+//
 // The replaced file is a new file: a symbolic link at the target is replaced
 // by a plain file rather than written through, and the target's permissions
 // are those of a new file.
