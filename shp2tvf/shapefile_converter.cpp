@@ -301,7 +301,8 @@ ConvertStatus ConvertShapefile(Shp2TvfRun& run, const std::string& input,
     return ConvertStatus::kFatal;
   }
   std::vector<SelectedField> fields;
-  if (!SelectFields(run, input, table.get(), &fields) || !CheckLabelField(run, input, table.get())) {
+  if (!SelectFields(run, input, table.get(), &fields) ||
+      !CheckLabelField(run, input, table.get())) {
     return ConvertStatus::kFatal;
   }
 

@@ -213,9 +213,9 @@ int Shp2TvfMain(const std::vector<std::string>& args, FILE* messages, FILE* stan
   std::optional<size_t> show_attrs;
   if (!ReadOptions(args, s, messages, &next, &show_attrs)) return 1;
   if (show_attrs) {
-    return DbfDumpMain(std::vector<std::string>(args.begin() + static_cast<std::ptrdiff_t>(*show_attrs),
-                                                args.end()),
-                       standard_output, messages);
+    const std::vector<std::string> rest(args.begin() + static_cast<std::ptrdiff_t>(*show_attrs),
+                                        args.end());
+    return DbfDumpMain(rest, standard_output, messages);
   }
   const std::vector<std::string> inputs(args.begin() + static_cast<std::ptrdiff_t>(next),
                                         args.end());

@@ -39,9 +39,9 @@ bool ReportTvfInfo(const std::vector<std::string>& files, FILE* report) {
       Report(kWarning, "TVF file with zero features", file);
       continue;
     }
-    std::fprintf(report,
-                 "File: %s:\nBounding box:\nMIN LAT= %lf\nMAX LAT= %lf\nMIN LON= %lf\nMAX LON= %lf\n",
-                 file.c_str(), box.min_y, box.max_y, box.min_x, box.max_x);
+    std::fprintf(report, "File: %s:\nBounding box:\n", file.c_str());
+    std::fprintf(report, "MIN LAT= %lf\nMAX LAT= %lf\nMIN LON= %lf\nMAX LON= %lf\n", box.min_y,
+                 box.max_y, box.min_x, box.max_x);
     std::fflush(report);
   }
   if (!all_read) Report(kError, "Errors processing some files");

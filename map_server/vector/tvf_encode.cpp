@@ -30,7 +30,8 @@ char* EncodeTvfReal(char* out, TvfFormat format, double value) {
   }
   // Fixed notation with six decimals, correctly rounded: the bytes "%lf"
   // gives, "inf", "-inf", "nan" and "-nan" included.
-  char* end = std::to_chars(out, out + kTvfMaxFieldBytes - 1, value, std::chars_format::fixed, 6).ptr;
+  char* end =
+      std::to_chars(out, out + kTvfMaxFieldBytes - 1, value, std::chars_format::fixed, 6).ptr;
   *end++ = ' ';
   return end;
 }
@@ -58,7 +59,9 @@ void AppendTvfString(std::string& buffer, TvfFormat format, std::string_view tex
 void AppendTvfString(std::string& buffer, TvfFormat format,
                      const std::optional<std::string>& text) {
   if (!text) {
-    AppendTvfInteger(buffer, format, -1);
+    // Written "-1 " in ASCII (not as the hexadecimal pattern of -1).
+    if (format == TvfFormat::kAscii) buffer += "-1 ";
+    else AppendTvfInteger(buffer, format, -1);
     return;
   }
   AppendTvfString(buffer, format, std::string_view(*text));

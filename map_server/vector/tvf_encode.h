@@ -28,7 +28,7 @@ char* EncodeTvfReal(char* out, TvfFormat format, double value);
 void AppendTvfInteger(std::string& buffer, TvfFormat format, int64_t value);
 void AppendTvfReal(std::string& buffer, TvfFormat format, double value);
 // A label or S value: its length, its characters up to the first NUL and a
-// NUL (ASCII adds a blank); an absent string is the integer -1 alone.
+// NUL (ASCII adds a blank); an absent string is -1 alone ("-1 " in ASCII).
 void AppendTvfString(std::string& buffer, TvfFormat format, const std::optional<std::string>& text);
 void AppendTvfString(std::string& buffer, TvfFormat format, std::string_view text);
 

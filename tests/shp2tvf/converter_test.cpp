@@ -86,7 +86,8 @@ TEST(ConverterTest, SelectedFieldsAreNumberedInSelectionOrder) {
   const std::vector<FieldSpec> fields = {{"F0", FTString}, {"F1", FTString}, {"F2", FTInteger},
                                          {"F3", FTString}, {"F4", FTString}, {"F5", FTString}};
   const std::vector<std::string> row = {"v0", "v1", "42", "v3", "v4", "v5"};
-  const std::string shp = test::WriteShapefile(dir / "t", SHPT_POINT, fields, {PointShape(1, 2, row)});
+  const std::string shp =
+      test::WriteShapefile(dir / "t", SHPT_POINT, fields, {PointShape(1, 2, row)});
   Shp2TvfSettings s;
   s.selection = AttrSelection::kList;
   s.attrs = {5, 2};

@@ -110,7 +110,8 @@ TEST(Shp2TvfToolTest, ListsDirectoriesAndFilters) {
 // The 1:110m countries: 177 records, 289 rings.
 TEST(Shp2TvfToolTest, RealCountriesShapefile) {
   test::TempDir dir;
-  const std::string shp = std::string(VMP_SOURCE_DIR) + "/data/natural_earth/ne_110m_admin_0_countries.shp";
+  const std::string shp =
+      std::string(VMP_SOURCE_DIR) + "/data/natural_earth/ne_110m_admin_0_countries.shp";
   const RunResult r = Shp2Tvf({"-output", dir / "countries.tvf", shp});
   ASSERT_EQ(r.status, 0) << r.err;
   VectorData data;

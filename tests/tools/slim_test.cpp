@@ -72,7 +72,8 @@ TEST(SlimTest, EdgeCases) {
   EXPECT_TRUE(SlimTvfFile(markers, dir / "out.tvf", 1, report.get()));
   EXPECT_TRUE(capture.Contains("Warning: No objects found!: " + markers));
   EXPECT_EQ(test::LoadOrFail(dir / "out.tvf").marker_count, 1);
-  EXPECT_EQ(report.text(), "Points: in/out ratio: -nan\n  total: 0, discarded: 0, written out: 0\n");
+  EXPECT_EQ(report.text(),
+            "Points: in/out ratio: -nan\n  total: 0, discarded: 0, written out: 0\n");
 }
 
 }  // namespace

@@ -48,7 +48,8 @@ TEST(ToolsCliTest, MergeAndInfo) {
   EXPECT_NE(r.err.find("File: " + a + ":\nBounding box:\nMIN LAT= -7.500000\nMAX LAT= 60.000000\n"
                        "MIN LON= -10.000000\nMAX LON= 100.000000\n"),
             std::string::npos) << r.err;
-  EXPECT_NE(r.err.find("VmpMap: Error: Error reading file, skipping: " + missing), std::string::npos);
+  EXPECT_NE(r.err.find("VmpMap: Error: Error reading file, skipping: " + missing),
+            std::string::npos);
 }
 
 TEST(ToolsCliTest, SplitTileAndSlim) {
