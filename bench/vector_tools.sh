@@ -54,6 +54,14 @@ best_of_three() {
     'BEGIN { printf "  %-34s %8.3f s %12.0f points/s\n", l, t, n / t }'
 }
 
+# ogr2ogr into a fresh file each time (GeoJSON cannot be overwritten in place);
+# FlatGeobuf needs one geometry type, so polygons are promoted to
+# multipolygons.
+ogr() {
+  rm -f "$2"
+  ogr2ogr -f "$1" "$2" "$3" -nlt PROMOTE_TO_MULTI
+}
+
 cp "${countries%.shp}".{shp,shx,dbf} "$work"/
 base=$(basename "${countries%.shp}")
 $bin/bench_make_shapefile polygons "$work/synthetic" "$points"
@@ -66,9 +74,9 @@ for name in "$base" synthetic; do
   best_of_three "shp2tvf BINARY" "$vertices" $bin/map_server -shp2tvf -b -output "$work/$name.bin.tvf" "$shp"
   if command -v ogr2ogr >/dev/null; then
     best_of_three "ogr2ogr GeoJSON" "$vertices" \
-      ogr2ogr -overwrite -f GeoJSON "$work/$name.geojson" "$shp"
+      ogr GeoJSON "$work/$name.geojson" "$shp"
     best_of_three "ogr2ogr FlatGeobuf" "$vertices" \
-      ogr2ogr -overwrite -f FlatGeobuf "$work/$name.fgb" "$shp"
+      ogr FlatGeobuf "$work/$name.fgb" "$shp"
   fi
   best_of_three "merge ASCII+BINARY -> BINARY" "$((2 * vertices))" \
     $bin/map_server -merge -b -output "$work/$name.merged.tvf" "$work/$name.tvf" "$work/$name.bin.tvf"
