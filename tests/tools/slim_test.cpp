@@ -55,26 +55,5 @@ TEST(SlimTest, SlimsPolygonsAndReports) {
   EXPECT_TRUE(capture.Texts().empty());
 }
 
-TEST(SlimTest, EdgeCases) {
-  test::TempDir dir;
-  test::MessageCapture capture;
-  EXPECT_FALSE(SlimTvfFile(dir / "missing.tvf", dir / "out.tvf", 1));
-  EXPECT_TRUE(capture.Contains("Error: Could not read input file: " + dir / "missing.tvf"));
-  const std::string empty = test::WriteTvf(dir / "empty.tvf", {});
-  EXPECT_TRUE(SlimTvfFile(empty, dir / "out.tvf", 1));
-  EXPECT_TRUE(capture.Contains("Warning: TVF file with zero features:: " + empty));
-  EXPECT_FALSE(test::FileExists(dir / "out.tvf"));
-  EXPECT_FALSE(SlimTvfFile(empty, dir / "out.tvf", 0));
-
-  const std::string markers =
-      test::WriteTvf(dir / "markers.tvf", test::MakeFeatures(MakeMarker(0, 1, 2)));
-  test::MemoryStream report;
-  EXPECT_TRUE(SlimTvfFile(markers, dir / "out.tvf", 1, report.get()));
-  EXPECT_TRUE(capture.Contains("Warning: No objects found!: " + markers));
-  EXPECT_EQ(test::LoadOrFail(dir / "out.tvf").marker_count, 1);
-  EXPECT_EQ(report.text(),
-            "Points: in/out ratio: -nan\n  total: 0, discarded: 0, written out: 0\n");
-}
-
 }  // namespace
 }  // namespace vmp

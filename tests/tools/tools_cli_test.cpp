@@ -75,11 +75,6 @@ TEST(ToolsCliTest, SplitTileAndSlim) {
   r = RunMapServer({"-split", "-filename", in, "-output", dir / "s.tvf", "-attr", "@1 = 2"});
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.err.find("Invalid attribute condition: -attr\n"), std::string::npos) << r.err;
-  r = RunMapServer({"-split", "-filename", dir / "none.tvf", "-output", dir / "s.tvf",
-                    "-num-points", "2"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.err.find("VmpMap: Error: Error splitting data\n"), std::string::npos);
-
   r = RunMapServer({"-slim", "-filename", in, "-output", dir / "slim.tvf", "-resolution", "20"});
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out, "Points: in/out ratio: 0.500000\n  total: 3, discarded: 1, written out: 2\n"

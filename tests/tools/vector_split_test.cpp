@@ -108,23 +108,5 @@ TEST(VectorSplitTest, PiecesWrapAroundTheWorld) {
   EXPECT_EQ(Geometry(test::LoadOrFail(s.output)), expected);
 }
 
-TEST(VectorSplitTest, UnreadableInputsAndKinds) {
-  test::TempDir dir;
-  test::MessageCapture capture;
-  SplitSettings s;
-  s.kind = SplitKind::kPoints;
-  s.points_per_piece = 2;
-  s.output = dir / "out.tvf";
-  EXPECT_FALSE(SplitTvfFile(dir / "missing.tvf", s));
-  EXPECT_TRUE(capture.Contains("Error: Could not read input file: " + dir / "missing.tvf"));
-  const std::string empty = test::WriteTvf(dir / "empty.tvf", {});
-  EXPECT_TRUE(SplitTvfFile(empty, s));
-  EXPECT_TRUE(capture.Contains("Warning: TVF file with zero features"));
-  s.kind = SplitKind::kNone;
-  EXPECT_FALSE(SplitTvfFile(empty, s));
-  EXPECT_TRUE(capture.Contains("Warning: Invalid split type: Check input options"));
-  EXPECT_FALSE(test::FileExists(s.output));
-}
-
 }  // namespace
 }  // namespace vmp

@@ -42,26 +42,12 @@ TEST(TvfEncodeTest, AsciiFieldsMatchPrintf) {
 }
 
 TEST(TvfEncodeTest, StringsAndBinaryFields) {
-  struct Case {
-    TvfFormat format;
-    std::optional<std::string> text;
-    std::string bytes;
-  } cases[] = {
-      {TvfFormat::kAscii, "ab", std::string("2 ab\0 ", 6)},
-      {TvfFormat::kAscii, "", std::string("0 \0 ", 4)},
-      {TvfFormat::kAscii, std::string("a\0b", 3), std::string("1 a\0 ", 5)},
-      {TvfFormat::kAscii, std::nullopt, "-1 "},
-      {TvfFormat::kBinary, "x", std::string("\1\0\0\0\0\0\0\0x\0", 10)},
-      {TvfFormat::kBinary, std::nullopt, std::string(8, '\xff')},
-  };
-  for (const Case& c : cases) {
-    std::string encoded;
-    AppendTvfString(encoded, c.format, c.text);
-    EXPECT_EQ(encoded, c.bytes);
-  }
-  std::string real;
-  AppendTvfReal(real, TvfFormat::kBinary, 1.0);
-  EXPECT_EQ(real, std::string("\0\0\0\0\0\0\xf0\x3f", 8));
+  std::string encoded;
+  AppendTvfString(encoded, TvfFormat::kAscii, std::string_view("a\0b", 3));  // ends at the NUL
+  AppendTvfString(encoded, TvfFormat::kAscii, std::nullopt);
+  AppendTvfString(encoded, TvfFormat::kBinary, std::optional<std::string>("x"));
+  AppendTvfReal(encoded, TvfFormat::kBinary, 1.0);
+  EXPECT_EQ(encoded, std::string("1 a\0 -1 \1\0\0\0\0\0\0\0x\0\0\0\0\0\0\0\xf0\x3f", 26));
 }
 
 }  // namespace
