@@ -1,5 +1,7 @@
 #include "map_server/driver/command_merge.h"
 
+#include "map_server/tools/tvf_merge.h"
+
 namespace vmp {
 
 OptionTable MergeOptionTable(MergeOptions& o) {
@@ -19,8 +21,7 @@ bool SetupMerge(ArgList args, MergeOptions& o) {
 }
 
 int RunMerge(const MergeOptions& o) {
-  // Worker: the TVF merge of o.files into *o.output through o.filter.
-  const bool merged = ReportUnavailable("TVF merging");
+  const bool merged = MergeTvfFiles(o.files, *o.output, o.filter.value_or(""));
   return merged ? kExitSuccess : kExitFailure;
 }
 

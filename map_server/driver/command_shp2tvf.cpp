@@ -1,5 +1,7 @@
 #include "map_server/driver/command_shp2tvf.h"
 
+#include "shp2tvf/shp2tvf.h"
+
 namespace vmp {
 
 bool SetupShp2Tvf(ArgList args, Shp2TvfOptions& o) {
@@ -8,10 +10,8 @@ bool SetupShp2Tvf(ArgList args, Shp2TvfOptions& o) {
 }
 
 int RunShp2Tvf(const Shp2TvfOptions& o) {
-  // Worker: the shapefile converter's own driver on o.args; it returns the
-  // exit status itself.
-  const bool converted = ReportUnavailable("Shapefile conversion");
-  return converted ? kExitSuccess : kExitFailure;
+  // The converter reads its own options and gives the exit status.
+  return Shp2TvfMain(o.args);
 }
 
 }  // namespace vmp

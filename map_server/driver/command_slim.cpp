@@ -1,5 +1,7 @@
 #include "map_server/driver/command_slim.h"
 
+#include "map_server/tools/slim.h"
+
 #include "toolkit/message_log.h"
 
 namespace vmp {
@@ -24,8 +26,7 @@ bool SetupSlim(ArgList args, SlimOptions& o) {
 }
 
 int RunSlim(const SlimOptions& o) {
-  // Worker: SlimTvfFile(*o.filename, *o.output, *o.resolution)
-  const bool slimmed = ReportUnavailable("Slimming");
+  const bool slimmed = SlimTvfFile(*o.filename, *o.output, *o.resolution);
   return ToolStatus(slimmed, "Slimed data", "Error sliming data");
 }
 

@@ -1,5 +1,7 @@
 #include "map_server/driver/command_split.h"
 
+#include "toolkit/message_log.h"
+
 namespace vmp {
 
 OptionTable SplitOptionTable(SplitOptions& o) {
@@ -19,10 +21,11 @@ bool SetupSplit(ArgList args, SplitOptions& o) {
 }
 
 int RunSplit(const SplitOptions& o) {
-  // Worker: SplitTvfFile(*o.filename, o.kind, o.filter, *o.output, conditions,
-  //   o.invert_attr, o.min_x, o.min_y, o.max_x, o.max_y, o.columns, o.rows,
-  //   o.num_points.value_or(0), o.wrap, o.wrap_west, o.wrap_east, ProgressInterval())
-  const bool split = ReportUnavailable("Vector splitting");
+  if (o.kind == SplitKind::kNone) {
+    Report(kWarning, "Invalid split type", "Check input options");
+    return kExitFailure;
+  }
+  const bool split = SplitTvfFile(*o.filename, MakeSplitSettings(o, ProgressInterval()));
   return ToolStatus(split, "Split data", "Error splitting data");
 }
 

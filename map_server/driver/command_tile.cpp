@@ -43,10 +43,8 @@ int RunTile(const TileOptions& o) {
     const bool tiled = ReportUnavailable("Image tiling");
     return ToolStatus(tiled, "Tiled image", "Error tiling image");
   }
-  // Worker: SplitTvfFile(v.filename, v.kind, v.filter, v.output, conditions,
-  //   v.invert_attr, v.min_x, v.min_y, v.max_x, v.max_y, v.columns, v.rows,
-  //   0, v.wrap, v.wrap_west, v.wrap_east, ProgressInterval()) with v = o.vector
-  const bool tiled = ReportUnavailable("Vector tiling");
+  const bool tiled =
+      SplitTvfFile(*o.vector.filename, MakeSplitSettings(o.vector, ProgressInterval()));
   return ToolStatus(tiled, "Tiled vector data", "Error tiling vector data");
 }
 

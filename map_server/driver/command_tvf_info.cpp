@@ -1,5 +1,7 @@
 #include "map_server/driver/command_tvf_info.h"
 
+#include "map_server/tools/tvf_info.h"
+
 namespace vmp {
 
 bool SetupTvfInfo(ArgList args, TvfInfoOptions& o) {
@@ -9,8 +11,7 @@ bool SetupTvfInfo(ArgList args, TvfInfoOptions& o) {
 }
 
 int RunTvfInfo(const TvfInfoOptions& o) {
-  // Worker: the bounding-box report of o.files.
-  const bool reported = ReportUnavailable("TVF info");
+  const bool reported = ReportTvfInfo(o.files);
   return reported ? kExitSuccess : kExitFailure;
 }
 

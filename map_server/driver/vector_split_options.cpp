@@ -94,19 +94,31 @@ void AddVectorSplitOptions(OptionTable& table, VectorSplitOptions& o) {
 
 bool ParseAttrOptions(VectorSplitOptions& options) {
   for (const std::string& text : options.attr_conditions) {
-    // NOT CONNECTED: the attribute-condition parser is not in this build
-    // yet, so no text is refused here. `true` becomes
-    // ParseAttrCondition(text, <condition list kept in the options>, no
-    // previous condition): each -attr adds its OR chains to the one list that
-    // the split worker takes.
-    static_cast<void>(text);
-    const bool parsed = true;
-    if (!parsed) {
+    if (!ParseAttrCondition(text, options.conditions)) {
       std::fputs("Invalid attribute condition: -attr\n", stderr);
       return false;
     }
   }
   return true;
+}
+
+SplitSettings MakeSplitSettings(const VectorSplitOptions& o, int64_t progress) {
+  SplitSettings s;
+  s.kind = o.kind;
+  s.filter = o.filter.value_or("");
+  s.output = o.output.value_or("");
+  s.conditions = o.conditions ? &*o.conditions : nullptr;
+  s.invert = o.invert_attr;
+  s.min_x = o.min_x;
+  s.min_y = o.min_y;
+  s.max_x = o.max_x;
+  s.max_y = o.max_y;
+  s.columns = o.columns;
+  s.rows = o.rows;
+  s.points_per_piece = o.num_points.value_or(0);
+  s.wrap = {o.wrap, o.wrap_west, o.wrap_east};
+  s.progress = progress;
+  return s;
 }
 
 bool CheckVectorTileOptions(VectorSplitOptions& o) {

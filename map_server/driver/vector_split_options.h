@@ -9,17 +9,10 @@
 
 #include "map_server/driver/command.h"
 #include "map_server/driver/option_parser.h"
+#include "map_server/tools/vector_split.h"
+#include "map_server/vector/attr_condition.h"
 
 namespace vmp {
-
-// How the split worker divides the input.
-enum class SplitKind {
-  kNone,
-  kAttribute,       // features matching the -attr conditions
-  kPoints,          // polylines cut into pieces of -num-points points
-  kTileOwnExtent,   // a grid over the input file's extent
-  kTileGivenExtent  // a grid over a given extent (-min/max-lat/lon or the world)
-};
 
 struct VectorSplitOptions {
   // As given on the command line.
@@ -48,6 +41,7 @@ struct VectorSplitOptions {
 
   // Filled by the checks, in the form the split worker takes.
   SplitKind kind = SplitKind::kNone;
+  std::optional<AttrConditionList> conditions;        // the parsed -attr texts
   double min_x = 0, min_y = 0, max_x = 0, max_y = 0;  // kTileGivenExtent
   int64_t columns = 1, rows = 1;                      // tiling kinds
   bool wrap = false;                                  // longitude wrapping on
@@ -63,8 +57,14 @@ void AddVectorSplitOptions(OptionTable& table, VectorSplitOptions& options);
 bool CheckVectorTileOptions(VectorSplitOptions& options);
 bool CheckSplitOptions(VectorSplitOptions& options);
 
-// Parses the collected -attr texts for the split worker.
+// Parses the collected -attr texts into `conditions` for the split worker
+// (each text adds its OR chains to the one list); prints "Invalid attribute
+// condition: -attr\n" on standard error for a text that does not parse.
 bool ParseAttrOptions(VectorSplitOptions& options);
+
+// The split worker's settings for checked options, with `progress` as the
+// tiling progress interval.
+SplitSettings MakeSplitSettings(const VectorSplitOptions& options, int64_t progress);
 
 // The world in the file's longitudes: the wrap range when one is set,
 // else -180..180; latitudes -90..90.

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "map_server/vector/c_real_scan.h"
+#include "shp2tvf/shp2tvf.h"
 #include "toolkit/message_log.h"
 #include "toolkit/strings.h"
 
@@ -444,11 +445,8 @@ std::string BuildFilterCommandLine(std::string_view command, std::string_view fi
 }
 
 bool ConvertShapefileToTvfStream(const std::string& shapefile, FILE* out) {
-  // The shapefile converter is not part of this build yet; once it is, this
-  // becomes: return ConvertShapefile(shapefile, nullptr, out, false, binary, false);
-  (void)shapefile;
-  (void)out;
-  return false;
+  // BINARY: the temporary stream is read back at once, and binary reads fastest.
+  return ConvertShapefile(shapefile, out, TvfFormat::kBinary);
 }
 
 bool LoadTvfStream(TvfInput& input, const std::string& name, VectorData& data, bool quiet) {

@@ -3,6 +3,8 @@
 #include <cinttypes>
 #include <cstring>
 
+#include "map_server/vector/tvf_encode.h"
+
 #include "toolkit/global_config.h"
 #include "toolkit/message_log.h"
 
@@ -12,50 +14,27 @@ namespace {
 
 constexpr int64_t kRecordMarker = 7;
 
-void WriteBinaryInteger(FILE* out, int64_t value) {
-  unsigned char bytes[8];
-  uint64_t bits = static_cast<uint64_t>(value);
-  for (int i = 0; i < 8; ++i) bytes[i] = static_cast<unsigned char>(bits >> (8 * i));
-  std::fwrite(bytes, 1, 8, out);
-}
-
-void WriteBinaryReal(FILE* out, double value) {
-  int64_t bits;
-  std::memcpy(&bits, &value, sizeof bits);
-  WriteBinaryInteger(out, bits);
-}
-
-void WriteInteger(FILE* out, TvfFormat format, int64_t value) {
-  if (format == TvfFormat::kBinary) WriteBinaryInteger(out, value);
-  else std::fprintf(out, "%lx ", static_cast<unsigned long>(value));
-}
-
-void WriteReal(FILE* out, TvfFormat format, double value) {
-  if (format == TvfFormat::kBinary) WriteBinaryReal(out, value);
-  else std::fprintf(out, "%lf ", value);
-}
-
 bool KnownType(ValueType type) {
   return type == ValueType::kString || type == ValueType::kDouble || type == ValueType::kGeo;
 }
 
-void WriteAttributes(FILE* out, TvfFormat format, const Feature& feature) {
+void AppendAttributes(std::string& record, TvfFormat format, const Feature& feature) {
   for (const Attribute& a : feature.attributes) {
     if (!KnownType(a.value.type)) {
       std::fputs("Unsupported data type\n", stderr);
       continue;
     }
-    WriteInteger(out, format, a.index);
-    WriteInteger(out, format, static_cast<int64_t>(a.value.type));
+    AppendTvfInteger(record, format, a.index);
+    AppendTvfInteger(record, format, static_cast<int64_t>(a.value.type));
     switch (a.value.type) {
       case ValueType::kString:
-        WriteTvfString(out, format, a.value.text);
+        AppendTvfString(record, format, a.value.text);
         break;
       case ValueType::kDouble:
-        WriteReal(out, format, a.value.numbers[0]);
+        AppendTvfReal(record, format, a.value.numbers[0]);
         break;
       default:
-        for (double d : a.value.numbers) WriteReal(out, format, d);
+        for (double d : a.value.numbers) AppendTvfReal(record, format, d);
         break;
     }
   }
@@ -67,10 +46,15 @@ int64_t WrittenAttributeCount(const Feature& feature) {
   return count;
 }
 
-void WriteRecordPrefix(FILE* out, TvfFormat format, int64_t object_type) {
-  if (format == TvfFormat::kAscii) std::fputs("\r\n", out);
-  WriteInteger(out, format, kRecordMarker);
-  WriteInteger(out, format, object_type);
+void AppendRecordPrefix(std::string& record, TvfFormat format, int64_t object_type) {
+  if (format == TvfFormat::kAscii) record += "\r\n";
+  AppendTvfInteger(record, format, kRecordMarker);
+  AppendTvfInteger(record, format, object_type);
+}
+
+bool WriteBytes(FILE* out, const std::string& bytes) {
+  if (!bytes.empty()) std::fwrite(bytes.data(), 1, bytes.size(), out);
+  return !std::ferror(out);
 }
 
 }  // namespace
@@ -102,49 +86,45 @@ bool WriteTvfHeader(FILE* out, TvfFormat format) {
 }
 
 bool WriteTvfString(FILE* out, TvfFormat format, const std::optional<std::string>& text) {
-  if (!text) {
-    if (format == TvfFormat::kBinary) WriteBinaryInteger(out, -1);
-    else std::fputs("-1 ", out);
-    return !std::ferror(out);
-  }
-  // Strings end at their first NUL, as the reader will see them.
-  size_t length = std::strlen(text->c_str());
-  WriteInteger(out, format, static_cast<int64_t>(length));
-  std::fwrite(text->c_str(), 1, length + 1, out);
-  if (format == TvfFormat::kAscii) std::fputc(' ', out);
-  return !std::ferror(out);
+  std::string bytes;
+  AppendTvfString(bytes, format, text);
+  return WriteBytes(out, bytes);
 }
 
 bool WriteTvfFeature(FILE* out, TvfFormat format, const Feature& feature) {
+  // The record is built in memory and written with one call.
+  std::string record;
   if (const PolygonFeature* polygon = feature.AsPolygon()) {
-    WriteRecordPrefix(out, format, 0);
-    WriteInteger(out, format, feature.flag);
-    WriteInteger(out, format, polygon->PointCount());
-    WriteInteger(out, format, WrittenAttributeCount(feature));
-    WriteAttributes(out, format, feature);
+    record.reserve(64 + static_cast<size_t>(polygon->PointCount()) *
+                            (format == TvfFormat::kBinary ? 16 : 24));
+    AppendRecordPrefix(record, format, 0);
+    AppendTvfInteger(record, format, feature.flag);
+    AppendTvfInteger(record, format, polygon->PointCount());
+    AppendTvfInteger(record, format, WrittenAttributeCount(feature));
+    AppendAttributes(record, format, feature);
     for (const PolygonPoint& p : polygon->points) {
-      WriteReal(out, format, p.x);
-      WriteReal(out, format, p.y);
+      AppendTvfReal(record, format, p.x);
+      AppendTvfReal(record, format, p.y);
     }
   } else if (const MarkerFeature* marker = feature.AsMarker()) {
-    WriteRecordPrefix(out, format, 1);
-    WriteInteger(out, format, marker->marker_type);
+    AppendRecordPrefix(record, format, 1);
+    AppendTvfInteger(record, format, marker->marker_type);
     if (marker->marker_type > 2) {
       std::fputs("Unsupported marker type\n", stderr);
     } else {
       if (marker->marker_type == 2) {
-        WriteReal(out, format, marker->placement1);
-        WriteReal(out, format, marker->placement2);
-        WriteInteger(out, format, feature.flag);
+        AppendTvfReal(record, format, marker->placement1);
+        AppendTvfReal(record, format, marker->placement2);
+        AppendTvfInteger(record, format, feature.flag);
       }
-      if (marker->marker_type >= 1) WriteTvfString(out, format, marker->label);
+      if (marker->marker_type >= 1) AppendTvfString(record, format, marker->label);
     }
-    WriteInteger(out, format, WrittenAttributeCount(feature));
-    WriteAttributes(out, format, feature);
-    WriteReal(out, format, marker->x);
-    WriteReal(out, format, marker->y);
+    AppendTvfInteger(record, format, WrittenAttributeCount(feature));
+    AppendAttributes(record, format, feature);
+    AppendTvfReal(record, format, marker->x);
+    AppendTvfReal(record, format, marker->y);
   }
-  return !std::ferror(out);
+  return WriteBytes(out, record);
 }
 
 }  // namespace vmp

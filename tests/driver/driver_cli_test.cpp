@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "map_server/driver/usage.h"
+#include "shp2tvf/shp2tvf.h"
 #include "tests/support/run_program.h"
 #include "tests/support/temp_dir.h"
 
@@ -383,28 +384,36 @@ TEST(DriverCliTest, ToolValidationMessages) {
 // Valid command lines reach the mode's worker; while a worker is missing
 // from the build the mode says so and fails.
 TEST(DriverCliTest, ValidCommandLinesReachTheWorkers) {
+  const std::string no_input =
+      Error("Could not open TVF file: a") + Error("Could not read input file: a");
+  const std::string no_output = Error("Could not open output file: /nonexistent/o.tvf");
   RunCases({
-      Fails("tvf-info", {"-tvf-info", "a.tvf", "-b.tvf"}, Unavailable("TVF info")),
-      Fails("merge", {"-merge", "-output", "o.tvf", "a.tvf", "-", "b.tvf", "-filter", "f"},
-            Unavailable("TVF merging")),
-      Fails("merge -a -b", {"-merge", "-a", "-b", "-output", "o.tvf", "a.tvf"},
-            Unavailable("TVF merging")),
+      Fails("tvf-info", {"-tvf-info", "a.tvf", "-b.tvf"},
+            Error("Could not open TVF file: a.tvf") + Error("Error reading file, skipping: a.tvf") +
+                Error("Could not open TVF file: -b.tvf") +
+                Error("Error reading file, skipping: -b.tvf") +
+                Error("Errors processing some files")),
+      Fails("merge",
+            {"-merge", "-output", "/nonexistent/o.tvf", "a.tvf", "-", "b.tvf", "-filter", "f"},
+            no_output),
+      Fails("merge -a -b", {"-merge", "-a", "-b", "-output", "/nonexistent/o.tvf", "a.tvf"},
+            no_output),
       Fails("convert", {"-convert", "-verbosity", "2", "-progress", "5", "-b", "-path", "p",
                         "-pattern", "*"},
             Unavailable("TVF directory conversion") +
                 Warning("Errors converting some files for: p") + Info("Terminated/Done!")),
       Fails("slim", {"-slim", "-verbosity", "1", "-filename", "a", "-output", "b", "-resolution",
                      "0.1", "-b"},
-            Unavailable("Slimming") + Error("Error sliming data")),
+            no_input + Error("Error sliming data")),
       Fails("tile image", {"-tile", "-image", "-filename", "a.jpg", "-template", "t",
                            "-num-x-tiles", "2", "-num-y-tiles", "3", "-elevation"},
             Unavailable("Image tiling") + Error("Error tiling image")),
       Fails("tile vector", {"-tile", "-vector", "-filename", "a", "-template", "t", "-num-x-tiles",
                             "2", "-num-y-tiles", "3", "-tvf-extent", "-custom-range", "-min-wlon",
                             "-10", "-max-wlon", "350", "-b"},
-            Unavailable("Vector tiling") + Error("Error tiling vector data")),
+            no_input + Error("Error tiling vector data")),
       Fails("split", {"-split", "-filename", "a", "-output", "b", "-attr", "@1==2", "-invert-attr"},
-            Unavailable("Vector splitting") + Error("Error splitting data")),
+            no_input + Error("Error splitting data")),
       Fails("tile_info", {"-tile_info", "-verbosity", "1", "-slf-pattern", "s", "-data-pattern",
                           "d", "-width", "10", "-height", "10", "-num-x-tiles", "1",
                           "-num-y-tiles", "1", "-min-lat", "0", "-max-lat", "1", "-min-lon", "0",
@@ -412,8 +421,8 @@ TEST(DriverCliTest, ValidCommandLinesReachTheWorkers) {
             Unavailable("Tile info generation") + Error("Error generating tile info files")),
       Fails("slf", {"-lif", "-image", "-path", "p", "-pattern", "*.jpg", "-out-slf-name", "x"},
             Unavailable("SLF generation") + Warning("Errors converting some files in: p")),
-      Fails("shp2tvf takes any arguments", {"-shp2tvf", "-r", "-bogus", "dir"},
-            Unavailable("Shapefile conversion")),
+      Fails("shp2tvf reads its own options", {"-shp2tvf", "-r", "-bogus", "dir"},
+            "Unknown option: -bogus\n\n" + Shp2TvfUsage()),
   });
 }
 
