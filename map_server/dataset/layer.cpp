@@ -130,15 +130,4 @@ void ConvertConfig(Layer& layer) {
   }
 }
 
-std::string ExpandTileName(std::string_view name_template, int64_t column, int64_t row) {
-  std::string name(name_template);
-  for (int64_t number : {column, row}) {
-    std::string digits = kav::StrPrintf("%lld", static_cast<long long>(number));
-    size_t pos = name.find('%');
-    if (pos == std::string::npos) name += digits;
-    else name.replace(pos, 1, digits);
-  }
-  return name;
-}
-
 }  // namespace vmp

@@ -13,6 +13,7 @@
 #include "map_server/dataset/param_conversion.h"
 #include "map_server/dataset/resource_group.h"
 #include "map_server/dataset/slf_tree.h"
+#include "map_server/util/tile_naming.h"
 #include "map_server/vector/attr_condition.h"
 #include "map_server/vector/attribute_map.h"
 #include "map_server/vector/typed_value.h"
@@ -200,8 +201,5 @@ FieldRef LayerField(LayerRecord& record, int index);
 // custom attribute index in ConvertConfig." for a bad index).
 void ConvertConfig(Layer& layer);
 
-// Expands a tile name template with a column and then a row: each expansion
-// replaces the first "%" by the number, or appends it when none is left.
-std::string ExpandTileName(std::string_view name_template, int64_t column, int64_t row);
 
 }  // namespace vmp

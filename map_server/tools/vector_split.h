@@ -38,7 +38,7 @@ struct SplitSettings {
   SplitKind kind = SplitKind::kNone;
   // Filter command used to load the input (empty: none).
   std::string filter;
-  // Output file, or the tile name template (tile_naming.h) for the grids; a
+  // Output file, or the tile name template (util/tile_naming.h) for the grids; a
   // 1 x 1 grid uses it unchanged.
   std::string output;
   // kAttribute: the condition list; with `invert` the features that do not

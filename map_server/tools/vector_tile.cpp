@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include "map_server/tools/replacing_output.h"
-#include "map_server/tools/tile_naming.h"
+#include "map_server/util/tile_naming.h"
 #include "map_server/vector/tvf_writer.h"
 #include "toolkit/message_log.h"
 
@@ -163,7 +163,7 @@ bool WriteTiles(const VectorData& data, const TileGrid& grid, const WrapRange& w
     const int64_t number = column * grid.rows + row + 1;
     PrintProgress(counted, number, progress);
     counted = number;
-    const std::string name = single ? name_template : TileFileName(name_template, column, row);
+    const std::string name = single ? name_template : ExpandTileName(name_template, column, row);
     ReplacingOutput out;
     if (!out.OpenTvf(name, format)) return false;
     ++written_tiles;

@@ -294,11 +294,5 @@ TEST(ParamTablesTest, CustomAttributesConvertThroughIndexMap) {
   EXPECT_EQ(capture.Count("Error: Invalid custom attribute index in ConvertConfig.: roads"), 2u);
 }
 
-TEST(ParamTablesTest, TileNameExpansion) {
-  EXPECT_EQ(ExpandTileName("tile_%_%.jpg", 3, 5), "tile_3_5.jpg");
-  EXPECT_EQ(ExpandTileName("tile", 3, 5), "tile35");
-  EXPECT_EQ(ExpandTileName("t%.jpg", 12, 4), "t12.jpg4");
-}
-
 }  // namespace
 }  // namespace vmp

@@ -4,7 +4,7 @@
 
 #include <random>
 
-#include "map_server/tools/tile_naming.h"
+#include "map_server/util/tile_naming.h"
 #include "map_server/tools/vector_tile.h"
 #include "tests/support/message_capture.h"
 #include "tests/support/temp_dir.h"
@@ -29,7 +29,7 @@ TEST(TileNamingTest, ExpandsColumnThenRow) {
       {"a/%/b_%", 0, 12, "a/0/b_12"},
   };
   for (const Case& c : cases) {
-    EXPECT_EQ(TileFileName(c.name_template, c.column, c.row), c.expected) << c.name_template;
+    EXPECT_EQ(ExpandTileName(c.name_template, c.column, c.row), c.expected) << c.name_template;
   }
 }
 

@@ -1,11 +1,12 @@
-// Names of tile files, shared by image tiling and vector tiling.
+// Names of tile files, shared by the tiling tools and the grid layers that
+// serve their output.
 //
 // A name template is expanded once per number: the first "%" is replaced by
 // the number in decimal, and a template without "%" gets the number
 // appended. Tile (column, row) expands the column first, then the row, so
-//   TileFileName("tile_%_%.jpg", 3, 5) == "tile_3_5.jpg"
-//   TileFileName("tile_%.tvf", 3, 5)   == "tile_3.tvf5"
-//   TileFileName("tile", 3, 5)         == "tile35"
+//   ExpandTileName("tile_%_%.jpg", 3, 5) == "tile_3_5.jpg"
+//   ExpandTileName("tile_%.tvf", 3, 5)   == "tile_3.tvf5"
+//   ExpandTileName("tile", 3, 5)         == "tile35"
 #pragma once
 
 #include <cstdint>
@@ -19,6 +20,6 @@ std::string ExpandTileTemplate(std::string_view name_template, int64_t number);
 
 // The name of tile (column, row): the template expanded with the column,
 // then with the row.
-std::string TileFileName(std::string_view name_template, int64_t column, int64_t row);
+std::string ExpandTileName(std::string_view name_template, int64_t column, int64_t row);
 
 }  // namespace vmp

@@ -1,4 +1,4 @@
-#include "map_server/tools/tile_naming.h"
+#include "map_server/util/tile_naming.h"
 
 namespace vmp {
 
@@ -11,7 +11,7 @@ std::string ExpandTileTemplate(std::string_view name_template, int64_t number) {
   return name;
 }
 
-std::string TileFileName(std::string_view name_template, int64_t column, int64_t row) {
+std::string ExpandTileName(std::string_view name_template, int64_t column, int64_t row) {
   return ExpandTileTemplate(ExpandTileTemplate(name_template, column), row);
 }
 
