@@ -227,10 +227,12 @@ bool TvfRecordReader::ReadPolygon() {
 }
 
 // Polygons with a non-zero continuation flag form a group headed by the
-// first of them; the head's box covers the whole group. A flag of 0 closes
-// the group.
+// first of them; the first polygon with a flag of 0 after them is the
+// group's last ring and closes it. The head's box covers the whole group,
+// last ring included, since the group is drawn (and clipped) as one.
 void TvfRecordReader::JoinGroup(PolygonFeature* polygon) {
   if (polygon->flag == 0) {
+    if (group_head_ != nullptr) group_head_->WidenBox(polygon->box);
     group_head_ = nullptr;
     return;
   }

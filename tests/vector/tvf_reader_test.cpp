@@ -165,9 +165,9 @@ TEST(TvfReaderTest, PolygonGroupsWidenTheHeadBox) {
   const PolygonFeature* head = data.features[0]->AsPolygon();
   EXPECT_EQ(head->box.min_x, 0);
   EXPECT_EQ(head->box.min_y, -2);
-  EXPECT_EQ(head->box.max_x, 6);
-  EXPECT_EQ(head->box.max_y, 1);
-  EXPECT_EQ(head->extent, 6);
+  EXPECT_EQ(head->box.max_x, 10);  // the closing ring belongs to the group
+  EXPECT_EQ(head->box.max_y, 10);
+  EXPECT_EQ(head->extent, 12);
   const PolygonFeature* member = data.features[1]->AsPolygon();
   EXPECT_EQ(member->box.min_x, 5);
   EXPECT_EQ(member->extent, 2);
