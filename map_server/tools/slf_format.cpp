@@ -64,7 +64,8 @@ struct FileCloser {
 }  // namespace
 
 bool WriteGeneratedFile(const std::string& path, std::string_view text,
-                        std::string_view open_failure, std::string_view write_failure) {
+                        std::string_view open_failure, std::string_view write_failure,
+                        const std::function<void()>& after_open) {
   if (HasOverlongLine(text)) {
     Report(kError, write_failure, path);
     return false;
@@ -74,6 +75,7 @@ bool WriteGeneratedFile(const std::string& path, std::string_view text,
     Report(kError, open_failure, path);
     return false;
   }
+  if (after_open) after_open();
   const bool written = std::fwrite(text.data(), 1, text.size(), file.get()) == text.size();
   const bool closed = std::fclose(file.release()) == 0;
   if (!written || !closed) {

@@ -2,6 +2,7 @@
 // tile info files, SLF files and LIF files.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -38,8 +39,10 @@ std::string ChildBoxText(const SlfBox& box);
 // Writes `text` to `path` ("wb"). Reports `open_failure` or `write_failure`
 // (severity 1) with the path and returns false when the file cannot be
 // created or written. A line longer than the readers take (1023 characters)
-// is refused before anything is written, as a write failure.
+// is refused before anything is written, as a write failure. `after_open`
+// runs once the file is open, before it is written.
 bool WriteGeneratedFile(const std::string& path, std::string_view text,
-                        std::string_view open_failure, std::string_view write_failure);
+                        std::string_view open_failure, std::string_view write_failure,
+                        const std::function<void()>& after_open = {});
 
 }  // namespace vmp

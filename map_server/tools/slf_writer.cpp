@@ -43,9 +43,10 @@ bool AppendSubdirectories(std::string& text, const SlfTreeEntry& entry, bool box
 
 void Union(SlfTreeEntry& entry, const SlfBox& box) { entry.box.Include(box); }
 
-void ReportAt(std::string_view message, const std::string& name, const std::string& dir) {
-  Report(kWarning, message, name);
-  Report(kWarning, "    path is", dir);
+void ReportAt(int severity, std::string_view message, const std::string& name,
+              const std::string& dir) {
+  Report(severity, message, name);
+  Report(severity, "    path is", dir);
 }
 
 }  // namespace
@@ -98,11 +99,11 @@ void AddLayerFile(SlfLayerEntries& entries, const std::string& name, const SlfBo
   file->name = name;
   file->box = box;
   if (entry.kind == SlfEntryKind::kSubdirectories) {
-    ReportAt("Found file AND subdir entries for", name, dir);
+    ReportAt(kInfo, "Found file AND subdir entries for", name, dir);
     entry.kind = SlfEntryKind::kFileAndSubdirectories;
     entry.data_file = std::move(file);
   } else {
-    ReportAt("Dublicate file entry??? Dropping previous for", name, dir);
+    ReportAt(kWarning, "Dublicate file entry??? Dropping previous for", name, dir);
     if (entry.kind == SlfEntryKind::kFileAndSubdirectories) entry.data_file = std::move(file);
   }
   Union(entry, box);
@@ -145,6 +146,7 @@ bool WriteLayerFile(const std::string& lif_path, bool image, const std::string& 
   }
   std::string text(kGeneratedComment);
   text += image ? "TYPE=IMAGE\n" : "TYPE=VECTOR\n";
+  text += "TRANS TYPE=OPAQUE\n";
   text += "TILES SUBLIF=" + SlfToken(sublif) + "\n";
   text += BoxLines(box);
   return WriteGeneratedFile(lif_path, text, kOpenFailure, kWriteFailure);

@@ -69,7 +69,7 @@ void MergeLayerSubdirectory(SlfLayerEntries& entries, const std::string& name,
                             const std::string& subdir, const SlfBox& box);
 
 // A LIF for the tree whose top SLF is `slf_path`: the layer type (IMAGE or
-// VECTOR), "TILES SUBLIF=" (relative to the LIF's directory when both lie
+// VECTOR, drawn OPAQUE), "TILES SUBLIF=" (relative to the LIF's directory when both lie
 // below a common directory) and the layer's box.
 bool WriteLayerFile(const std::string& lif_path, bool image, const std::string& slf_path,
                     const SlfBox& box);

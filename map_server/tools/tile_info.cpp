@@ -34,11 +34,6 @@ bool CheckTileGrid(int64_t width, int64_t height, int64_t num_x, int64_t num_y) 
 bool WriteTileInfoFile(const std::string& info_name, const std::string& image_name, double min_lat,
                        double max_lat, double min_lon, double max_lon, int64_t used_width,
                        int64_t used_height) {
-  if (Verbosity() >= 1) {
-    std::error_code ec;
-    const std::string image_path = ResolvePath(DirectoryOf(info_name), image_name);
-    if (!std::filesystem::exists(image_path, ec)) Report(kWarning, "Data file not found", image_name);
-  }
   std::string text(kGeneratedComment);
   text += BoxLines(min_lat, max_lat, min_lon, max_lon);
   if (used_width > 0) text += kav::StrPrintf("USED WIDTH=%lld\n", static_cast<long long>(used_width));
@@ -46,8 +41,14 @@ bool WriteTileInfoFile(const std::string& info_name, const std::string& image_na
     text += kav::StrPrintf("USED HEIGHT=%lld\n", static_cast<long long>(used_height));
   }
   text += "FILENAME=" + SlfToken(image_name) + "\n";
+  auto check_image = [&] {
+    if (Verbosity() < 1) return;
+    std::error_code ec;
+    const std::string image_path = ResolvePath(DirectoryOf(info_name), image_name);
+    if (!std::filesystem::exists(image_path, ec)) Report(kWarning, "Data file not found", image_name);
+  };
   return WriteGeneratedFile(info_name, text, "Could not open tile info file",
-                            "Error writing tile info file");
+                            "Error writing tile info file", check_image);
 }
 
 bool WriteTileInfoFiles(const std::string& info_template, const std::string& image_template,
