@@ -156,9 +156,19 @@ bool TileImage(const std::string& input, const std::string& output_template, int
   const int64_t tile_width = TileSpan(image.width, num_x);
   const int64_t tile_height = TileSpan(image.height, num_y);
 
+  // A single tile holding the image in the tile layout is written straight
+  // from the image, without a second copy of it.
+  const bool same_layout = elevation || image.samples_per_pixel == source.bytes_per_pixel;
+  const uint8_t* whole_image = nullptr;
+  if (num_x == 1 && num_y == 1 && same_layout) {
+    whole_image = elevation ? reinterpret_cast<const uint8_t*>(image.elevation_samples.data())
+                            : image.pixels.data();
+  }
   std::vector<uint8_t> tile, fill_row;
   try {
-    tile.resize(static_cast<size_t>(tile_width) * tile_height * source.bytes_per_pixel);
+    if (whole_image == nullptr) {
+      tile.resize(static_cast<size_t>(tile_width) * tile_height * source.bytes_per_pixel);
+    }
     fill_row = MakeFillRow(tile_width, source.bytes_per_pixel, elevation);
   } catch (const std::bad_alloc&) {
     Report(kError, "Not enough memory for the tile buffer", input);
@@ -172,12 +182,16 @@ bool TileImage(const std::string& input, const std::string& output_template, int
       ++count;
       if (progress > 0 && count % progress == 0) std::printf("Writing tile #%d\n", count);
       const std::string name = ExpandTileName(output_template, i, j);
-      FillTile(source, i * tile_width, j * tile_height, tile_width, tile_height, fill_row,
-               tile.data());
+      const uint8_t* pixels = whole_image;
+      if (pixels == nullptr) {
+        FillTile(source, i * tile_width, j * tile_height, tile_width, tile_height, fill_row,
+                 tile.data());
+        pixels = tile.data();
+      }
       const bool written =
           output_format == kJpegFormat
-              ? WriteMapJpeg(nullptr, name, tile.data(), tile_width, tile_height)
-              : VmpWriteTiff(nullptr, name, tile.data(), tile_width, tile_height,
+              ? WriteMapJpeg(nullptr, name, pixels, tile_width, tile_height)
+              : VmpWriteTiff(nullptr, name, pixels, tile_width, tile_height,
                              elevation ? kTiffElevationKind : 0, alpha,
                              elevation && image.signed_elevation);
       if (!written) all_written = false;

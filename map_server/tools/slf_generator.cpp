@@ -37,7 +37,7 @@ class SlfGenerator {
   bool Run();
 
  private:
-  bool IsEntryName(const std::string& name) const;
+  bool IsEntryName(const std::string& name);
   void CountFile(const std::string& name, const std::string& dir);
   std::optional<SlfBox> FileBox(const std::string& path);
   bool WalkDirectory(const std::string& dir, SlfBox* box);
@@ -48,13 +48,18 @@ class SlfGenerator {
   const std::string summary_name_;
   DirectoryVisits visits_;
   int file_count_ = 0;
+  bool matched_images_ = false;  // the pattern matched image files (never entries)
   bool failed_ = false;
 };
 
-bool SlfGenerator::IsEntryName(const std::string& name) const {
+bool SlfGenerator::IsEntryName(const std::string& name) {
   if (IsConverterBackupName(name) || !WildcardMatch(o_.pattern, name)) return false;
-  if (o_.image) return name != summary_name_ && ImageFormatFromName(name) == kImageFormatFromName;
-  return !kav::EndsWith(name, kSlfExtension);
+  if (!o_.image) return !kav::EndsWith(name, kSlfExtension);
+  if (ImageFormatFromName(name) != kImageFormatFromName) {
+    matched_images_ = true;
+    return false;
+  }
+  return name != summary_name_;
 }
 
 void SlfGenerator::CountFile(const std::string& name, const std::string& dir) {
@@ -220,7 +225,12 @@ bool SlfGenerator::Run() {
     found = !layers.empty();
     if (found && !o_.out_lif_name.empty()) WriteLayerFiles(layers);
   }
-  if (!found && !failed_) Report(kWarning, "Found no files matching pattern", o_.pattern);
+  if (!found && !failed_) {
+    Report(kWarning, "Found no files matching pattern", o_.pattern);
+    if (matched_images_) {
+      Report(kWarning, "The entries of an image tree are its tile info files, not the images");
+    }
+  }
   std::fflush(stdout);
   return found && !failed_;
 }

@@ -126,21 +126,23 @@ struct FileCloser {
 
 }  // namespace
 
+bool ScanTvfBox(TvfInput& input, std::optional<SlfBox>* box) {
+  box->reset();
+  TvfBoxScanner scanner(input);
+  if (!scanner.ReadHeader() || !scanner.ReadRecords()) return false;
+  *box = scanner.box();
+  return true;
+}
+
 bool ScanTvfFileBox(const std::string& path, std::optional<SlfBox>* box) {
   box->reset();
   std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
-  if (!file) {
-    Report(kError, "Error in file", path);
-    return false;
+  if (file) {
+    TvfInput in(file.get());
+    if (ScanTvfBox(in, box)) return true;
   }
-  TvfInput in(file.get());
-  TvfBoxScanner scanner(in);
-  if (!scanner.ReadHeader() || !scanner.ReadRecords()) {
-    Report(kError, "Error in file", path);
-    return false;
-  }
-  *box = scanner.box();
-  return true;
+  Report(kError, "Error in file", path);
+  return false;
 }
 
 }  // namespace vmp

@@ -16,4 +16,8 @@ namespace vmp {
 // opened or its header or a record cannot be read.
 bool ScanTvfFileBox(const std::string& path, std::optional<SlfBox>* box);
 
+class TvfInput;
+// The same from an input, without messages.
+bool ScanTvfBox(TvfInput& input, std::optional<SlfBox>* box);
+
 }  // namespace vmp

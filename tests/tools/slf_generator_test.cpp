@@ -88,6 +88,7 @@ TEST(SlfGeneratorTest, ImageTreeReadsBackWithAndWithoutBoxes) {
     EXPECT_TRUE(SameBox(root.children[0], {0, 180, -90, 90}));
     EXPECT_EQ(root.children[0].box_from_parent, boxes);
     EXPECT_TRUE(SameBox(root.children[2], {-90, 0, -90, 90}));
+    EXPECT_FALSE(root.children[2].box_from_parent);  // a file entry's box stands on its own line
 
     // The LIF names the tree; the layer loads it without a message.
     auto dataset = CreateDataset("DefaultDataset", dir / "set.sdf");
@@ -121,7 +122,10 @@ TEST(SlfGeneratorTest, VectorSingleLayerTree) {
   // Running again takes no generated file as an entry.
   capture.Clear();
   std::filesystem::remove(dir / "v/sub/broken.tvf");
+  kav::Messages().verbosity = 1;
   ASSERT_TRUE(GenerateSlfFiles(options));
+  EXPECT_EQ(capture.Count("Entry is: "), 2u);
+  EXPECT_EQ(capture.Count("    path is: " + dir / "v/sub"), 1u);
   EXPECT_EQ(ReadTree(dir / "v/roads.slf", dir / "v", &root), (Texts{"a.tvf", "sub/b.tvf"}));
 }
 
@@ -182,6 +186,7 @@ TEST(SlfGeneratorTest, EmptyTreesAndBadOptions) {
   TempDir dir;
   std::filesystem::create_directories(dir / "e/sub");
   dir.Write("e/sub/a.tvf", "69c 2 0 ");  // no features: no box, no entry
+  dir.Write("e/a.jpg", "");
   struct Case {
     SlfGeneratorOptions options;
     std::string message;
@@ -190,6 +195,7 @@ TEST(SlfGeneratorTest, EmptyTreesAndBadOptions) {
       {{dir / "e", "*.tvf", false, true, "", "", true, 0}, "Warning: Found no files matching pattern: *.tvf"},
       {{dir / "none", "*", true, false, "x", "", true, 0}, "Error: Could not be opened: " + dir / "none"},
       {{dir / "e", "*", true, false, "a/b", "", true, 0}, "Error: The SLF name must be a file name"},
+      {{dir / "e", "*.jpg", true, false, "x", "", true, 0}, "Warning: The entries of an image tree"},
   };
   for (const Case& c : cases) {
     MessageCapture capture;
