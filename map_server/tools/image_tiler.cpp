@@ -176,11 +176,11 @@ bool TileImage(const std::string& input, const std::string& output_template, int
   }
 
   bool all_written = true;
-  int count = 0;
+  int64_t count = 0;
   for (int64_t i = 0; i < num_x; ++i) {
     for (int64_t j = 0; j < num_y; ++j) {
       ++count;
-      if (progress > 0 && count % progress == 0) std::printf("Writing tile #%d\n", count);
+      if (progress > 0 && count % progress == 0) std::printf("Writing tile #%lld\n", static_cast<long long>(count));
       const std::string name = ExpandTileName(output_template, i, j);
       const uint8_t* pixels = whole_image;
       if (pixels == nullptr) {

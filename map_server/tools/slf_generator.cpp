@@ -47,7 +47,7 @@ class SlfGenerator {
   const SlfGeneratorOptions& o_;
   const std::string summary_name_;
   DirectoryVisits visits_;
-  int file_count_ = 0;
+  int64_t file_count_ = 0;
   bool matched_images_ = false;  // the pattern matched image files (never entries)
   bool failed_ = false;
 };
@@ -65,7 +65,7 @@ bool SlfGenerator::IsEntryName(const std::string& name) {
 void SlfGenerator::CountFile(const std::string& name, const std::string& dir) {
   ++file_count_;
   if (o_.progress > 0 && file_count_ % o_.progress == 0) {
-    std::printf("Processing file #%d\n", file_count_);
+    std::printf("Processing file #%lld\n", static_cast<long long>(file_count_));
   }
   if (Verbosity() >= 1) {
     Report(kInfo, "Entry is", name);

@@ -63,7 +63,7 @@ bool WriteTileInfoFiles(const std::string& info_template, const std::string& ima
                           (max_lon - min_lon) / static_cast<double>(num_x);
   const double lat_step = (static_cast<double>(tile_height * num_y) / static_cast<double>(height)) *
                           (max_lat - min_lat) / static_cast<double>(num_y);
-  int count = 0;
+  int64_t count = 0;
   int64_t remaining_width = width;
   for (int64_t i = 0; i < num_x; ++i, remaining_width -= tile_width) {
     const bool last_column = i == num_x - 1;
@@ -72,7 +72,7 @@ bool WriteTileInfoFiles(const std::string& info_template, const std::string& ima
     int64_t remaining_height = height;
     for (int64_t j = 0; j < num_y; ++j, remaining_height -= tile_height) {
       ++count;
-      if (progress > 0 && count % progress == 0) std::printf("Writing info file #%d\n", count);
+      if (progress > 0 && count % progress == 0) std::printf("Writing info file #%lld\n", static_cast<long long>(count));
       const bool last_row = j == num_y - 1;
       const double north = max_lat - static_cast<double>(j) * lat_step;
       const double south = last_row ? min_lat : north - lat_step;

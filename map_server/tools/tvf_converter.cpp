@@ -64,7 +64,7 @@ class TvfTreeConverter {
       if (IsConverterBackupName(item.name) || !WildcardMatch(pattern_, item.name)) continue;
       ++count_;
       if (progress_ > 0 && count_ % progress_ == 0) {
-        std::printf("Convering file #%d\n", static_cast<int>(count_));
+        std::printf("Convering file #%lld\n", static_cast<long long>(count_));
       }
       if (!ConvertTvfFile(path, ops_)) failed_ = true;
     }
@@ -100,6 +100,13 @@ bool ConvertTvfFile(const std::string& path, const ConverterFileOps& ops) {
   }
   const std::string new_file = path + ".vmp_new_bak";
   const std::string backup = path + ".vmp_orig_bak";
+  std::error_code ec;
+  if (std::filesystem::exists(std::filesystem::symlink_status(backup, ec))) {
+    // It may be the only copy left by an earlier run that was stopped.
+    Report(kWarning, kCannotReplace, path);
+    Report(kWarning, "Backup file exists already", backup);
+    return false;
+  }
   if (Verbosity() >= 2) Report(kInfo, "Writing new tmp TVF file", new_file);
   const WriteResult written = WriteFeatures(new_file, data);
   if (written != WriteResult::kWritten) {

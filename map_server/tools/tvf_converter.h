@@ -4,7 +4,8 @@
 // moved to "<name>.vmp_orig_bak", the new file takes the original's name and
 // the backup is deleted. When any step fails the original stays (or is moved
 // back) under its own name; if even that move fails, it is kept as the
-// ".vmp_orig_bak" file and reported. No step loses data.
+// ".vmp_orig_bak" file and reported. A file whose backup name is taken
+// already is left alone. No step loses data.
 #pragma once
 
 #include <cstdint>
