@@ -119,15 +119,15 @@ TEST(SlfGeneratorTest, VectorSingleLayerTree) {
 }
 
 // "roads.tvf" here and below gives a kind 2 entry; "rivers.tvf" only below
-// gives a kind 1 entry.
+// gives a kind 1 entry. A directory name with a blank is written quoted.
 TEST(SlfGeneratorTest, MultiLayerTree) {
   TempDir dir;
-  for (const char* d : {"t/a/x", "t/b", "t/empty"}) std::filesystem::create_directories(dir / d);
+  for (const char* d : {"t/a/x", "t/b c", "t/empty"}) std::filesystem::create_directories(dir / d);
   WriteTvf(dir / "t/roads.tvf", {-180, 180, -90, 90});
   WriteTvf(dir / "t/a/roads.tvf", {-180, 0, -90, 90});
   WriteTvf(dir / "t/a/x/rivers.tvf", {-100, -50, 0, 10});
-  WriteTvf(dir / "t/b/roads.tvf", {0, 180, -90, 90});
-  WriteTvf(dir / "t/b/rivers.tvf", {10, 20, 0, 10});
+  WriteTvf(dir / "t/b c/roads.tvf", {0, 180, -90, 90});
+  WriteTvf(dir / "t/b c/rivers.tvf", {10, 20, 0, 10});
   MessageCapture capture;
   ASSERT_TRUE(GenerateSlfFiles({dir / "t", "*.tvf", false, true, "", dir / "t.lif", true, 0}));
   // Sub-directory "a" comes before the file "roads.tvf" in name order.
@@ -138,8 +138,8 @@ TEST(SlfGeneratorTest, MultiLayerTree) {
                       "SUBLIF DIR=a   BBOX="),
             std::string::npos);
   SlfNode root;
-  EXPECT_EQ(ReadTree(dir / "t/roads.tvf.slf", dir / "t", &root), (Texts{"a/roads.tvf", "b/roads.tvf", "roads.tvf"}));
-  EXPECT_EQ(ReadTree(dir / "t/rivers.tvf.slf", dir / "t", &root), (Texts{"a/x/rivers.tvf", "b/rivers.tvf"}));
+  EXPECT_EQ(ReadTree(dir / "t/roads.tvf.slf", dir / "t", &root), (Texts{"a/roads.tvf", "b c/roads.tvf", "roads.tvf"}));
+  EXPECT_EQ(ReadTree(dir / "t/rivers.tvf.slf", dir / "t", &root), (Texts{"a/x/rivers.tvf", "b c/rivers.tvf"}));
   EXPECT_EQ(BoxOf(root), (SlfBox{-100, 20, 0, 10}));
   EXPECT_TRUE(test::FileExists(dir / "t_roads.lif") && test::FileExists(dir / "t_rivers.lif"));
 }
