@@ -1,5 +1,7 @@
 #include "map_server/driver/command_convert.h"
 
+#include "map_server/tools/tvf_converter.h"
+
 #include <cstdint>
 
 #include "toolkit/global_config.h"
@@ -26,10 +28,8 @@ bool SetupConvert(ArgList args, ConvertOptions& o) {
 }
 
 int RunConvert(const ConvertOptions& o) {
-  int64_t processed = 0;  // files converted, counted by the worker
-  // Worker: the directory converter over *o.path and *o.pattern, counting
-  // into `processed`, with ProgressInterval().
-  const bool converted = ReportUnavailable("TVF directory conversion");
+  int64_t processed = 0;  // matching files, counted by the converter
+  const bool converted = ConvertTvfTree(*o.path, *o.pattern, ProgressInterval(), &processed);
   if (!converted) {
     Report(kWarning, "Errors converting some files for", *o.path);
     return kExitFailure;

@@ -1,5 +1,7 @@
 #include "map_server/driver/command_slf.h"
 
+#include "map_server/tools/slf_generator.h"
+
 #include "toolkit/message_log.h"
 
 namespace vmp {
@@ -52,11 +54,16 @@ bool SetupSlf(ArgList args, SlfOptions& o) {
 }
 
 int RunSlf(const SlfOptions& o) {
-  // Worker: the SLF generator's directory walk (image, vector single-layer
-  // or vector multi-layer tree) over *o.path and *o.pattern, writing
-  // o.out_slf_name (".slf" added) and o.out_lif_name, with boxes unless
-  // o.suppress_bbox, with ProgressInterval().
-  const bool generated = ReportUnavailable("SLF generation");
+  SlfGeneratorOptions generator;
+  generator.path = *o.path;
+  generator.pattern = *o.pattern;
+  generator.image = o.kind == DataKind::kImage;
+  generator.multi_layer = o.multi_layer;
+  generator.out_slf_name = o.out_slf_name.value_or("");
+  generator.out_lif_name = o.out_lif_name.value_or("");
+  generator.boxes = !o.suppress_bbox;
+  generator.progress = ProgressInterval();
+  const bool generated = GenerateSlfFiles(generator);
   if (!generated) {
     Report(kWarning, "Errors converting some files in", *o.path);
     return kExitFailure;

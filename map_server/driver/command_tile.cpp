@@ -1,5 +1,7 @@
 #include "map_server/driver/command_tile.h"
 
+#include "map_server/tools/image_tiler.h"
+
 namespace vmp {
 
 OptionTable TileOptionTable(TileOptions& o) {
@@ -38,9 +40,8 @@ bool SetupTile(ArgList args, TileOptions& o) {
 
 int RunTile(const TileOptions& o) {
   if (o.kind == DataKind::kImage) {
-    // Worker: TileImage(*o.filename, *o.name_template, *o.num_x_tiles,
-    //                   *o.num_y_tiles, o.elevation, ProgressInterval())
-    const bool tiled = ReportUnavailable("Image tiling");
+    const bool tiled = TileImage(*o.filename, *o.name_template, *o.num_x_tiles, *o.num_y_tiles,
+                                 o.elevation, ProgressInterval());
     return ToolStatus(tiled, "Tiled image", "Error tiling image");
   }
   const bool tiled =

@@ -1,5 +1,7 @@
 #include "map_server/driver/command_tile_info.h"
 
+#include "map_server/tools/tile_info.h"
+
 #include "toolkit/global_config.h"
 #include "toolkit/message_log.h"
 
@@ -40,10 +42,10 @@ bool SetupTileInfo(ArgList args, TileInfoOptions& o) {
 }
 
 int RunTileInfo(const TileInfoOptions& o) {
-  // Worker: WriteTileInfoFiles(*o.slf_pattern, *o.data_pattern, *o.width,
-  //   *o.height, *o.num_x_tiles, *o.num_y_tiles, *o.min_lat, *o.max_lat,
-  //   *o.min_lon, *o.max_lon, ProgressInterval())
-  const bool generated = ReportUnavailable("Tile info generation");
+  const bool generated = WriteTileInfoFiles(*o.slf_pattern, *o.data_pattern, *o.width, *o.height,
+                                            *o.num_x_tiles, *o.num_y_tiles, *o.min_lat,
+                                            *o.max_lat, *o.min_lon, *o.max_lon,
+                                            ProgressInterval());
   return ToolStatus(generated, "Generated tile info files", "Error generating tile info files");
 }
 

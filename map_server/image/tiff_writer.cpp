@@ -18,7 +18,7 @@ constexpr uint16_t kDeflateCompression = 32946;
 
 // Tags and rows; false at the first failure.
 bool WriteTiffContents(TIFF* tif, const uint8_t* pixels, uint32_t width, uint32_t height, int kind,
-                       bool alpha) {
+                       bool alpha, bool signed_samples) {
   const bool elevation = kind == kTiffElevationKind;
   const uint16_t samples = elevation ? 1 : (alpha ? 4 : 3);
   const uint16_t bits = elevation ? 16 : 8;
@@ -32,6 +32,9 @@ bool WriteTiffContents(TIFF* tif, const uint8_t* pixels, uint32_t width, uint32_
             TIFFSetField(tif, TIFFTAG_SAMPLESPERPIXEL, samples) &&
             TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, bits) &&
             TIFFSetField(tif, TIFFTAG_PHOTOMETRIC, photometric);
+  if (ok && elevation && signed_samples) {
+    ok = TIFFSetField(tif, TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_INT);
+  }
   if (ok && !elevation && alpha) {
     const uint16_t extra[1] = {EXTRASAMPLE_UNASSALPHA};
     ok = TIFFSetField(tif, TIFFTAG_EXTRASAMPLES, 1, extra);
@@ -57,7 +60,7 @@ bool WriteTiffContents(TIFF* tif, const uint8_t* pixels, uint32_t width, uint32_
 }  // namespace
 
 bool VmpWriteTiff(std::FILE* stream, const std::string& path, const void* pixels, int64_t width,
-                  int64_t height, int kind, bool alpha) {
+                  int64_t height, int kind, bool alpha, bool signed_samples) {
   if (stream != nullptr) {
     Report(kInternalError, "Unexpected FILE* in VmpWriteTiff");
     return false;
@@ -75,7 +78,7 @@ bool VmpWriteTiff(std::FILE* stream, const std::string& path, const void* pixels
   }
   const bool written =
       WriteTiffContents(tif, static_cast<const uint8_t*>(pixels), static_cast<uint32_t>(width),
-                        static_cast<uint32_t>(height), kind, alpha);
+                        static_cast<uint32_t>(height), kind, alpha, signed_samples);
   TIFFClose(tif);
   if (!written) {
     Report(kError, "Error writing image file ", path);

@@ -14,7 +14,9 @@ inline constexpr int kTiffElevationKind = 1;
 // native-order uint16 a pixel), RGBA with unassociated alpha (alpha true, 4
 // bytes a pixel) or RGB (3 bytes a pixel). A caller's `stream` is refused:
 // TIFF output goes to named files only. Returns false after reporting.
+// `signed_samples` marks elevation samples as signed 16-bit (SampleFormat
+// 2), so that tiles cut from a signed grid read back signed.
 bool VmpWriteTiff(std::FILE* stream, const std::string& path, const void* pixels, int64_t width,
-                  int64_t height, int kind, bool alpha);
+                  int64_t height, int kind, bool alpha, bool signed_samples = false);
 
 }  // namespace vmp

@@ -240,7 +240,7 @@ TEST(DriverCliTest, MissingValuesNameTheValue) {
       // The longest values that fit get through to the mode's work.
       Served("fitting dataset and request", {"-generate", "-dataset", s1023, "-oGISreq", q65535}),
       Fails("fitting path and pattern", {"-convert", "-path", s1023, "-pattern", s1023},
-            Unavailable("TVF directory conversion") +
+            Error("Could not be opened: " + s1023) +
                 Warning("Errors converting some files for: " + s1023)),
   });
 }
@@ -377,7 +377,7 @@ TEST(DriverCliTest, ToolValidationMessages) {
                 Error("Mandatory variable -out-slf-name not set in -image mode!")),
       Fails("slf multi-layer name", With(slf_vector, {{"-multi-layer", "-out-slf-name", "all"}}),
             Warning("-out-slf-name ignored in -multi-layer mode.") +
-                Unavailable("SLF generation") + Warning("Errors converting some files in: tree")),
+                Error("Could not be opened: tree") + Warning("Errors converting some files in: tree")),
   });
 }
 
@@ -400,27 +400,29 @@ TEST(DriverCliTest, ValidCommandLinesReachTheWorkers) {
             no_output),
       Fails("convert", {"-convert", "-verbosity", "2", "-progress", "5", "-b", "-path", "p",
                         "-pattern", "*"},
-            Unavailable("TVF directory conversion") +
-                Warning("Errors converting some files for: p") + Info("Terminated/Done!")),
+            Error("Could not be opened: p") + Warning("Errors converting some files for: p") +
+                Info("Terminated/Done!")),
       Fails("slim", {"-slim", "-verbosity", "1", "-filename", "a", "-output", "b", "-resolution",
                      "0.1", "-b"},
             no_input + Error("Error sliming data")),
       Fails("tile image", {"-tile", "-image", "-filename", "a.jpg", "-template", "t",
                            "-num-x-tiles", "2", "-num-y-tiles", "3", "-elevation"},
-            Unavailable("Image tiling") + Error("Error tiling image")),
+            Error("Only TIFF format is supported for elevation data.") +
+                Error("Error tiling image")),
       Fails("tile vector", {"-tile", "-vector", "-filename", "a", "-template", "t", "-num-x-tiles",
                             "2", "-num-y-tiles", "3", "-tvf-extent", "-custom-range", "-min-wlon",
                             "-10", "-max-wlon", "350", "-b"},
             no_input + Error("Error tiling vector data")),
       Fails("split", {"-split", "-filename", "a", "-output", "b", "-attr", "@1==2", "-invert-attr"},
             no_input + Error("Error splitting data")),
-      Fails("tile_info", {"-tile_info", "-verbosity", "1", "-slf-pattern", "s", "-data-pattern",
+      Fails("tile_info", {"-tile_info", "-verbosity", "1", "-slf-pattern", "no/s", "-data-pattern",
                           "d", "-width", "10", "-height", "10", "-num-x-tiles", "1",
                           "-num-y-tiles", "1", "-min-lat", "0", "-max-lat", "1", "-min-lon", "0",
                           "-max-lon", "1"},
-            Unavailable("Tile info generation") + Error("Error generating tile info files")),
+            Error("Could not open tile info file: no/s00") +
+                Error("Error generating tile info files")),
       Fails("slf", {"-lif", "-image", "-path", "p", "-pattern", "*.jpg", "-out-slf-name", "x"},
-            Unavailable("SLF generation") + Warning("Errors converting some files in: p")),
+            Error("Could not be opened: p") + Warning("Errors converting some files in: p")),
       Fails("shp2tvf reads its own options", {"-shp2tvf", "-r", "-bogus", "dir"},
             "Unknown option: -bogus\n\n" + Shp2TvfUsage()),
   });
