@@ -7,11 +7,6 @@
 
 namespace vmp {
 
-bool ReportUnavailable(std::string_view capability) {
-  Report(kError, std::string(capability) + " is not available in this build");
-  return false;
-}
-
 int ToolStatus(bool ok, std::string_view done, std::string_view failed) {
   if (ok) {
     Report(kInfo, done);

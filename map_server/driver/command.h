@@ -26,11 +26,6 @@ int RunCommand(ArgList args, bool (*setup)(ArgList, Options&), int (*run)(const 
   return run(options);
 }
 
-// Stands in for a worker that is not part of this build: reports
-// "<capability> is not available in this build" as an error and returns
-// false, so the mode ends with status 1.
-bool ReportUnavailable(std::string_view capability);
-
 // Reports a tool's result, `done` as Info on success and `failed` as Error
 // otherwise, and returns the exit status.
 int ToolStatus(bool ok, std::string_view done, std::string_view failed);

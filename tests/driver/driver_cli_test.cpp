@@ -41,9 +41,6 @@ std::string Missing(const std::string& name) {
 std::string Unrecognized(const std::string& arg) {
   return "Unrecognized command line argument: " + arg + "\n";
 }
-std::string Unavailable(const std::string& capability) {
-  return Error(capability + " is not available in this build");
-}
 std::string NoOptions() {
   return "Can't really do anything without any options...\n" + UsageText() +
          "Can't really do anything without any options, see above...\n";
