@@ -34,6 +34,9 @@ std::unique_ptr<MapRequest> MakeMap(Dataset& dataset, const MapView& view) {
   r.SetNumber("VExtent", view.v_extent);
   r.SetNumber("Width", static_cast<double>(view.width));
   r.SetNumber("Height", static_cast<double>(view.height));
+  r.SetNumber("LocationI", static_cast<double>(view.location_i));
+  r.SetNumber("LocationJ", static_cast<double>(view.location_j));
+  map->record.location_query = view.location_query;
   map->record.dataset = &dataset;
   if (!SetupMapGeometry(*map, true)) throw std::runtime_error("map geometry setup failed");
   return map;

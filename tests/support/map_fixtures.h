@@ -21,6 +21,10 @@ struct MapView {
   double v_extent = 180.0;
   int64_t width = 360;
   int64_t height = 180;
+  // A location query at pixel (location_i, location_j).
+  bool location_query = false;
+  int64_t location_i = 0;
+  int64_t location_j = 0;
 };
 
 class DatasetFiles {
