@@ -18,25 +18,19 @@ Dataset& DatasetFiles::Load(std::string_view info) {
 }
 
 Layer& DatasetFiles::layer(std::string_view name) {
-  for (auto& layer : dataset_->layers) {
-    if (layer->name == name) return *layer;
-  }
+  if (Layer* layer = FindLayer(*dataset_, name)) return *layer;
   throw std::runtime_error("no layer " + std::string(name));
 }
 
-std::unique_ptr<MapRequest> MakeMap(Dataset& dataset, const MapView& view) {
+std::unique_ptr<MapRequest> MakeMap(Dataset& dataset, const MapView& v) {
   std::unique_ptr<MapRequest> map = CreateMapRequest();
-  ResourceGroup& r = map->resources;
-  r.SetNumber("Projection", static_cast<double>(view.projection));
-  r.SetNumber("CenterLat", view.center_lat);
-  r.SetNumber("CenterLon", view.center_lon);
-  r.SetNumber("HExtent", view.h_extent);
-  r.SetNumber("VExtent", view.v_extent);
-  r.SetNumber("Width", static_cast<double>(view.width));
-  r.SetNumber("Height", static_cast<double>(view.height));
-  r.SetNumber("LocationI", static_cast<double>(view.location_i));
-  r.SetNumber("LocationJ", static_cast<double>(view.location_j));
-  map->record.location_query = view.location_query;
+  const std::pair<const char*, double> values[] = {
+      {"Projection", static_cast<double>(v.projection)}, {"CenterLat", v.center_lat},
+      {"CenterLon", v.center_lon}, {"HExtent", v.h_extent}, {"VExtent", v.v_extent},
+      {"Width", static_cast<double>(v.width)}, {"Height", static_cast<double>(v.height)},
+      {"LocationI", static_cast<double>(v.location_i)}, {"LocationJ", static_cast<double>(v.location_j)}};
+  for (const auto& [name, value] : values) map->resources.SetNumber(name, value);
+  map->record.location_query = v.location_query;
   map->record.dataset = &dataset;
   if (!SetupMapGeometry(*map, true)) throw std::runtime_error("map geometry setup failed");
   return map;
@@ -44,12 +38,7 @@ std::unique_ptr<MapRequest> MakeMap(Dataset& dataset, const MapView& view) {
 
 void WriteMarkerTvf(const std::string& path, int markers) {
   TvfOutput out = OpenTvfOutput(path);
-  for (int i = 0; i < markers; ++i) {
-    MarkerFeature marker;
-    marker.x = i;
-    marker.y = i;
-    WriteTvfFeature(out.get(), TvfFormat::kAscii, marker);
-  }
+  for (int i = 0; i < markers; ++i) WriteTvfFeature(out.get(), TvfFormat::kAscii, MarkerFeature());
   CloseTvfOutput(std::move(out));
 }
 

@@ -1,6 +1,6 @@
 // Small datasets and map requests for tests of layer selection, tiles and
-// rendering: files written into a temporary directory, a dataset read from
-// them, and map requests bound to it with their geometry set up.
+// rendering: files in a temporary directory, a dataset read from them, and map
+// requests bound to it with their geometry set up.
 #pragma once
 
 #include <memory>
@@ -15,26 +15,18 @@ namespace vmp::test {
 
 struct MapView {
   int64_t projection = kRectangularProjection;
-  double center_lat = 0.0;
-  double center_lon = 0.0;
-  double h_extent = 360.0;  // degrees, or metres in the orthographic projection
-  double v_extent = 180.0;
-  int64_t width = 360;
-  int64_t height = 180;
-  // A location query at pixel (location_i, location_j).
-  bool location_query = false;
-  int64_t location_i = 0;
-  int64_t location_j = 0;
+  double center_lat = 0.0, center_lon = 0.0;
+  double h_extent = 360.0, v_extent = 180.0;  // degrees, or metres (orthographic)
+  int64_t width = 360, height = 180;
+  bool location_query = false;  // at pixel (location_i, location_j)
+  int64_t location_i = 0, location_j = 0;
 };
 
 class DatasetFiles {
  public:
   const TempDir& dir() const { return dir_; }
-  std::string Write(std::string_view name, std::string_view contents) const {
-    return dir_.Write(name, contents);
-  }
-  // Writes `info` as the dataset info file and reads it into a new dataset
-  // (LIF names resolve against the temporary directory).
+  std::string Write(std::string_view name, std::string_view text) const { return dir_.Write(name, text); }
+  // Writes `info` as the dataset info file and reads it into a new dataset.
   Dataset& Load(std::string_view info);
   Dataset& dataset() { return *dataset_; }
   Layer& layer(std::string_view name);
@@ -44,13 +36,10 @@ class DatasetFiles {
   std::unique_ptr<Dataset> dataset_;
 };
 
-// A map request bound to `dataset`, its geometry set up for `view` (the
-// service's tile limits become the dataset's).
+// A map request bound to `dataset` with its geometry set up for `view`.
 std::unique_ptr<MapRequest> MakeMap(Dataset& dataset, const MapView& view);
 
-// Writes a TVF file holding `markers` marker features.
 void WriteMarkerTvf(const std::string& path, int markers);
-// Writes a width x height RGB TIFF.
 void WriteRgbTiff(const std::string& path, int64_t width, int64_t height);
 
 }  // namespace vmp::test
