@@ -16,14 +16,18 @@
 namespace vmp {
 
 // One entry of the request's Layers array: a layer named by the request's
-// layer string. Layer selection fills these (and adds its condition lists).
+// layer string (filled by layer selection, map_server/layers).
 struct SelectedLayer {
   std::string name;
   int mode = 0;  // 0 off, 1 on, 2 on with conditions
   bool override_zoom = false;  // "++"
+  // Mode 2: a feature is drawn when it matches some include chain (or there
+  // is none) and no exclude chain.
+  AttrConditionList include_conditions;
+  AttrConditionList exclude_conditions;
   std::optional<std::vector<Box>> enable_boxes;  // from the alias that brought it in
   std::optional<std::vector<Box>> disable_boxes;
-  double alias_min_zoom = -1.0;
+  double alias_min_zoom = -1.0;  // -1 when no alias gave them; up to 0 is "no bound"
   double alias_max_zoom = -1.0;
 };
 

@@ -23,8 +23,8 @@ void MapService::Start(const std::string& info_path) {
   if (started_) return;
   started_ = true;
   kav::Messages().image_errors.emplace();
+  tile_cache_.Clear();
   datasets_.clear();
-  cached_layers_.clear();
 
   FT_LibraryRec_* library = nullptr;
   if (font_library_init_(&library) != 0) {
@@ -45,7 +45,7 @@ void MapService::Terminate() {
     if (Verbosity() >= 2) Report(kInfo, "Terminated/Done!");
     return;
   }
-  cached_layers_.clear();
+  tile_cache_.Clear();  // before the layers its states point to
   datasets_.clear();
   if (font_library_ != nullptr) {
     FT_Done_FreeType(font_library_);

@@ -1,6 +1,7 @@
-// The process-wide owner of the map server's state: the datasets, the list
-// of layers whose tiles stay cached, the FreeType library and (later) the
-// tile caches and counts. Started once per process by the map server mode.
+// The process-wide owner of the map server's state: the datasets, the tile
+// caches with their counts and the list of layers whose tiles stay cached,
+// the FreeType library and the map image. Started once per process by the
+// map server mode.
 #pragma once
 
 #include <functional>
@@ -12,6 +13,7 @@
 #include "map_server/dataset/dataset.h"
 #include "map_server/dataset/map_request.h"
 #include "map_server/geometry/map_image.h"
+#include "map_server/tiles/tile_cache.h"
 
 struct FT_LibraryRec_;
 
@@ -51,8 +53,9 @@ class MapService {
   // name" when that cannot be read).
   Dataset* DatasetOfMap(const MapRequest& map);
 
-  // Layers whose tiles stay cached between requests (CachedLayers).
-  std::vector<Layer*>& cached_layers() { return cached_layers_; }
+  // Layers whose tiles stay cached between requests (CachedLayers), least
+  // recently used first.
+  std::vector<Layer*>& cached_layers() { return tile_cache_.holding_layers(); }
 
   // The map image every render draws into; its buffer only grows.
   MapImage& map_image() { return map_image_; }
@@ -65,16 +68,18 @@ class MapService {
   };
   TileLimits& tile_limits() { return tile_limits_; }
 
-  // --- Tile caches and loaded tile counts: added by the tile module. ---
+  // The tile caches and the loaded tile counts; they live from request to
+  // request and are emptied when the service terminates.
+  TileCache& tile_cache() { return tile_cache_; }
 
  private:
   bool started_ = false;
   std::vector<std::unique_ptr<Dataset>> datasets_;
-  std::vector<Layer*> cached_layers_;
   FontLibraryInit font_library_init_;
   FT_LibraryRec_* font_library_ = nullptr;
   MapImage map_image_;
   TileLimits tile_limits_;
+  TileCache tile_cache_;
 };
 
 // Sets up the map's pixel geometry from its parameters (converted again
