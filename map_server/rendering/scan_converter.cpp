@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "map_server/geometry/int_conversion.h"
 #include "map_server/rendering/pixel_writer.h"
@@ -36,9 +37,12 @@ void ReportRunaway(int64_t iteration) {
          "$config/VmpIterationMax.");
 }
 
-// Insertion sort by x: the list is nearly sorted from one scanline to the next.
-void SortByX(std::vector<PolygonEdge>& active) {
-  for (size_t i = 1; i < active.size(); ++i) {
+bool ByX(const PolygonEdge& a, const PolygonEdge& b) { return a.x < b.x; }
+
+// Insertion sort by x of the first `count` edges: they were sorted on the
+// scanline before, so only edges that crossed move.
+void SortByX(std::vector<PolygonEdge>& active, size_t count) {
+  for (size_t i = 1; i < count; ++i) {
     if (!(active[i].x < active[i - 1].x)) continue;
     const PolygonEdge moving = active[i];
     size_t j = i;
@@ -50,7 +54,41 @@ void SortByX(std::vector<PolygonEdge>& active) {
   }
 }
 
+// Sorts the edges that joined on this scanline (the last `joined` of the
+// list) and merges them into the sorted rest, from the back.
+void MergeJoined(std::vector<PolygonEdge>& active, size_t joined, std::vector<PolygonEdge>& scratch) {
+  const size_t old_count = active.size() - joined;
+  std::sort(active.begin() + static_cast<ptrdiff_t>(old_count), active.end(), ByX);
+  scratch.assign(active.begin() + static_cast<ptrdiff_t>(old_count), active.end());
+  size_t out = active.size(), i = old_count, j = joined;
+  while (j > 0) {
+    if (i > 0 && ByX(scratch[j - 1], active[i - 1]))
+      active[--out] = active[--i];
+    else
+      active[--out] = scratch[--j];
+  }
+}
+
 }  // namespace
+
+// A bucket sort over the rows the edges begin on: an edge that begins
+// above the processed rows joins the active list on the first of them, so
+// it sorts there. Only the rows between the first and last such row are
+// counted, so small polygons cost little.
+void EdgeTables::SortByFirstRow(const PixelRect& area) {
+  auto first_row = [&](const PolygonEdge& e) { return std::max(e.y_low, area.min_y); };
+  int64_t lo = first_row(unsorted_.front()), hi = lo;
+  for (const PolygonEdge& e : unsorted_) {
+    lo = std::min(lo, first_row(e));
+    hi = std::max(hi, first_row(e));
+  }
+  const size_t rows = static_cast<size_t>(hi - lo + 1);
+  row_counts_.assign(rows + 1, 0);
+  for (const PolygonEdge& e : unsorted_) ++row_counts_[static_cast<size_t>(first_row(e) - lo) + 1];
+  for (size_t i = 1; i <= rows; ++i) row_counts_[i] += row_counts_[i - 1];
+  edges_.resize(unsorted_.size());
+  for (const PolygonEdge& e : unsorted_) edges_[row_counts_[static_cast<size_t>(first_row(e) - lo)]++] = e;
+}
 
 int64_t SpanColumn(double x, double slope) {
   if (slope >= 0.0) return x >= 0.0 ? TruncToInt64(x + 0.5) : TruncToInt64(x - 0.5);
@@ -71,30 +109,45 @@ bool FillPolygons(DrawSurface& surface, EdgeTables& tables, const PixelRings& ri
     }
   }
 
+  std::vector<PolygonEdge>& unsorted = tables.unsorted_;
   std::vector<PolygonEdge>& edges = tables.edges_;
   std::vector<PolygonEdge>& active = tables.active_;
-  edges.clear();
+  unsorted.clear();
   active.clear();
   const std::vector<PixelVertex>& points = rings.points();
   for (size_t r = 0; r < rings.ring_count(); ++r) {
     const size_t begin = rings.RingBegin(r), end = rings.RingEnd(r);
     if (end - begin < 2) continue;
-    for (size_t i = begin; i + 1 < end; ++i) AddEdge(edges, points[i], points[i + 1], area.min_y, area.max_y);
-    AddEdge(edges, points[end - 1], points[begin], area.min_y, area.max_y);
+    for (size_t i = begin; i + 1 < end; ++i) AddEdge(unsorted, points[i], points[i + 1], area.min_y, area.max_y);
+    AddEdge(unsorted, points[end - 1], points[begin], area.min_y, area.max_y);
   }
-  if (edges.empty()) return true;
-  std::sort(edges.begin(), edges.end(),
-            [](const PolygonEdge& a, const PolygonEdge& b) { return a.y_low < b.y_low; });
+  if (unsorted.empty()) return true;
+  tables.SortByFirstRow(area);
 
   const int64_t limit = TruncToInt64(kav::Config().vmp_iteration_max);
   int64_t iterations = 0;
   size_t next = 0;
+  // The first scanline at which an active edge ends: the active list is
+  // compacted only then.
+  int64_t first_end = std::numeric_limits<int64_t>::max();
   int64_t s = std::max(edges.front().y_low, area.min_y);
   while (s <= area.max_y) {
-    while (next < edges.size() && edges[next].y_low <= s) active.push_back(edges[next++]);
-    active.erase(std::remove_if(active.begin(), active.end(),
-                                [s](const PolygonEdge& e) { return e.y_high <= s; }),
-                 active.end());
+    size_t joined = 0;
+    while (next < edges.size() && edges[next].y_low <= s) {
+      first_end = std::min(first_end, edges[next].y_high);
+      active.push_back(edges[next++]);
+      ++joined;
+    }
+    if (first_end <= s) {
+      first_end = std::numeric_limits<int64_t>::max();
+      size_t kept = 0;
+      for (const PolygonEdge& e : active) {
+        if (e.y_high <= s) continue;
+        first_end = std::min(first_end, e.y_high);
+        active[kept++] = e;
+      }
+      active.resize(kept);
+    }
     if (active.empty()) {
       if (next == edges.size()) break;
       s = edges[next].y_low;  // jump the empty stretch
@@ -107,7 +160,10 @@ bool FillPolygons(DrawSurface& surface, EdgeTables& tables, const PixelRings& ri
     }
     const double row = static_cast<double>(s);
     for (PolygonEdge& e : active) e.x = e.x_low + (row - static_cast<double>(e.y_low)) * e.slope;
-    SortByX(active);
+    // Edges that joined are still last (compaction keeps the order and never
+    // drops an edge on the scanline it joins).
+    SortByX(active, active.size() - joined);
+    if (joined > 0) MergeJoined(active, joined, tables.joining_);
     for (size_t i = 0; i + 1 < active.size(); i += 2) {
       const int64_t x1 = SpanColumn(active[i].x, active[i].slope);
       const int64_t x2 = SpanColumn(active[i + 1].x, active[i + 1].slope);

@@ -42,14 +42,21 @@ struct PolygonEdge {
 class EdgeTables {
  public:
   size_t edge_capacity() const { return edges_.capacity(); }
+  size_t unsorted_capacity() const { return unsorted_.capacity(); }
   size_t active_capacity() const { return active_.capacity(); }
   // Scanlines processed by the last FillPolygons call.
   int64_t last_scanlines() const { return last_scanlines_; }
 
  private:
   friend bool FillPolygons(DrawSurface&, EdgeTables&, const PixelRings&, const PixelColour&);
-  std::vector<PolygonEdge> edges_;
+  // Moves the built edges into the edge table ordered by first scanline.
+  void SortByFirstRow(const PixelRect& area);
+
+  std::vector<PolygonEdge> unsorted_;  // the edges as built, before the bucket sort
+  std::vector<PolygonEdge> edges_;     // the global edge table, by first scanline
   std::vector<PolygonEdge> active_;
+  std::vector<PolygonEdge> joining_;   // edges joining the active list, for the merge
+  std::vector<uint32_t> row_counts_;   // bucket sort: edges per first processed scanline
   int64_t last_scanlines_ = 0;
 };
 

@@ -18,6 +18,8 @@ bool UsableBounds(const Box& b) {
 
 size_t TileSampler::Build(std::span<const ImageTileRef> tiles, Kind kind) {
   tiles_.clear();
+  last_ = nullptr;
+  overlapping_ = false;
   bucket_start_.clear();
   bucket_tiles_.clear();
   size_t with_errors = 0;
@@ -100,6 +102,19 @@ size_t TileSampler::Build(std::span<const ImageTileRef> tiles, Kind kind) {
     range(tiles_[index], x0, x1, y0, y1);
     for (int64_t by = y0; by <= y1; ++by)
       for (int64_t bx = x0; bx <= x1; ++bx) bucket_tiles_[fill[static_cast<size_t>(by * side + bx)]++] = index;
+  }
+  // Tiles that share a bucket are compared for overlap (edges may touch).
+  for (size_t b = 0; b < buckets && !overlapping_; ++b) {
+    for (uint32_t i = bucket_start_[b]; i < bucket_start_[b + 1] && !overlapping_; ++i) {
+      for (uint32_t j = i + 1; j < bucket_start_[b + 1]; ++j) {
+        const Tile& p = tiles_[bucket_tiles_[i]];
+        const Tile& q = tiles_[bucket_tiles_[j]];
+        if (p.min_lon < q.max_lon && q.min_lon < p.max_lon && p.min_lat < q.max_lat && q.min_lat < p.max_lat) {
+          overlapping_ = true;
+          break;
+        }
+      }
+    }
   }
   return with_errors;
 }

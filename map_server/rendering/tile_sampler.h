@@ -85,6 +85,12 @@ class TileSampler {
   // The first tile containing the point; the longitude is also tried +-360
   // (and updated) when it lies outside the tiles' union.
   const Tile* Find(double lat, double& lon) const {
+    // Neighbouring pixels fall mostly in the same tile; without overlaps the
+    // tile that holds the point is the only one.
+    if (last_ != nullptr && lon >= last_->min_lon && lon <= last_->max_lon && lat >= last_->min_lat &&
+        lat <= last_->max_lat) {
+      return last_;
+    }
     if (tiles_.empty() || !(lat >= min_lat_ && lat <= max_lat_)) return nullptr;
     if (!(lon >= min_lon_ && lon <= max_lon_)) {
       if (lon + 360.0 >= min_lon_ && lon + 360.0 <= max_lon_)
@@ -101,7 +107,10 @@ class TileSampler {
     const size_t bucket = static_cast<size_t>(by * buckets_x_ + bx);
     for (uint32_t i = bucket_start_[bucket]; i < bucket_start_[bucket + 1]; ++i) {
       const Tile& t = tiles_[bucket_tiles_[i]];
-      if (lon >= t.min_lon && lon <= t.max_lon && lat >= t.min_lat && lat <= t.max_lat) return &t;
+      if (lon >= t.min_lon && lon <= t.max_lon && lat >= t.min_lat && lat <= t.max_lat) {
+        if (!overlapping_) last_ = &t;
+        return &t;
+      }
     }
     return nullptr;
   }
@@ -112,6 +121,10 @@ class TileSampler {
   double min_lon_ = 0, max_lon_ = 0, min_lat_ = 0, max_lat_ = 0;
   double buckets_per_lon_ = 0, buckets_per_lat_ = 0;
   int64_t buckets_x_ = 1, buckets_y_ = 1;
+  // Set when two tiles overlap: the first in order must win, so no tile is
+  // remembered between lookups.
+  bool overlapping_ = false;
+  mutable const Tile* last_ = nullptr;
 };
 
 // The elevation at a point from a layer's 16-bit elevation tiles, or none
