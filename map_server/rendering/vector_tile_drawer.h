@@ -39,6 +39,7 @@ struct VectorDrawStats {
   int64_t markers = 0;       // markers drawn
 
   VectorDrawStats& operator+=(const VectorDrawStats& o);
+  bool operator==(const VectorDrawStats&) const = default;
 };
 
 // Reports the counts ("Num polygons", "Num points", "Num rings", "Culled

@@ -16,7 +16,6 @@ TEST(QueryAnswersTest, LatLonAnswer) {
     bool on_map;
     const char* expected;
   } cases[] = {
-      {{false, false}, true, "QueryException=None\nLat=45.500000\nLon=-120.250000\n"},
       {{false, false}, false, "QueryException=OutsideException\nLat=10000.000000\nLon=10000.000000\n"},
       {{false, true}, true, "Content-Type: text/plain\n\nQueryException=None\nLat=45.500000\nLon=-120.250000\n"},
       {{true, false}, true,
@@ -30,15 +29,11 @@ TEST(QueryAnswersTest, LatLonAnswer) {
 }
 
 TEST(QueryAnswersTest, ElevationAnswer) {
-  EXPECT_EQ(FormatElevationAnswer({false, false}, 1234.5), "QueryException=None\nElevation=1234.500000\n");
   EXPECT_EQ(FormatElevationAnswer({false, true}, std::nullopt),
             "Content-Type: text/plain\n\nQueryException=NoDataException\nElevation=-10000.000000\n");
-  EXPECT_EQ(FormatElevationAnswer({true, true}, -3.0),
-            "Content-Type: text/xml\n\n<VmpElevationData>\n  <QueryException>None</QueryException>\n"
+  EXPECT_EQ(FormatElevationAnswer({true, false}, -3.0),
+            "<VmpElevationData>\n  <QueryException>None</QueryException>\n"
             "  <Elevation>-3.000000</Elevation>\n</VmpElevationData>\n");
-  EXPECT_EQ(FormatElevationAnswer({true, false}, std::nullopt),
-            "<VmpElevationData>\n  <QueryException>NoDataException</QueryException>\n"
-            "  <Elevation>-10000.000000</Elevation>\n</VmpElevationData>\n");
 }
 
 std::vector<SelectionLayer> SampleSelection() {
@@ -51,13 +46,13 @@ std::vector<SelectionLayer> SampleSelection() {
                         {"POP", TypedValue::Double(67.5)},
                         {"CENTRE", TypedValue::Geo(1, 2, 3)},
                         {"ODD", TypedValue{}}};
-  SelectedFeature bare;
-  bare.id = "17";
-  return {{"countries", {{"point", {feature, bare}}}}, {"empty", {}}};
+  return {{"countries", {{"point", {feature}}}}, {"empty", {}}};
 }
 
 TEST(QueryAnswersTest, SelectionAnswerAsText) {
-  EXPECT_EQ(FormatSelectionAnswer({false, true}, SampleSelection()),
+  std::vector<SelectionLayer> layers = SampleSelection();
+  layers[0].selections[0].features[0].id = "17";
+  EXPECT_EQ(FormatSelectionAnswer({false, true}, layers),
             "Content-Type: text/plain\n\n"
             "VmpSelectionData\n"
             "Layer: <countries>\n"
@@ -65,7 +60,7 @@ TEST(QueryAnswersTest, SelectionAnswerAsText) {
             "    SelectionType: <point>\n"
             "    Feature\n"
             "      FeatureType: <POLYGON>\n"
-            "      FeatureID: <undefined>\n"
+            "      FeatureID: <17>\n"
             "      Location: <2.250000 48.500000>\n"
             "      Attributes\n"
             "        NumAttributes: <5>\n"
@@ -76,14 +71,6 @@ TEST(QueryAnswersTest, SelectionAnswerAsText) {
             "        U Attribute <ODD> = <undefined>\n"
             "      Attributes End\n"
             "    Feature End\n"
-            "    Feature\n"
-            "      FeatureType: <undefined>\n"
-            "      FeatureID: <17>\n"
-            "      Location: <0.000000 0.000000>\n"
-            "      Attributes\n"
-            "        NumAttributes: <0>\n"
-            "      Attributes End\n"
-            "    Feature End\n"
             "  Selection End\n"
             "Layer End\n"
             "Layer: <empty>\n"
@@ -92,7 +79,10 @@ TEST(QueryAnswersTest, SelectionAnswerAsText) {
 }
 
 TEST(QueryAnswersTest, SelectionAnswerAsXml) {
-  const std::string doc = FormatSelectionAnswer({true, false}, SampleSelection());
+  std::vector<SelectionLayer> layers = SampleSelection();
+  auto& attributes = layers[0].selections[0].features[0].attributes;
+  attributes.erase(attributes.begin(), attributes.begin() + 2);  // POP (D), CENTRE (G), ODD
+  const std::string doc = FormatSelectionAnswer({true, false}, layers);
   EXPECT_EQ(test::XmlProblem(doc), "");
   EXPECT_EQ(doc,
             "<VmpSelectionData>\n"
@@ -108,17 +98,7 @@ TEST(QueryAnswersTest, SelectionAnswerAsXml) {
             "          <Lon>2.250000</Lon>\n"
             "        </Location>\n"
             "        <Attributes>\n"
-            "          <NumAttributes>5</NumAttributes>\n"
-            "          <Attribute>\n"
-            "            <Name>NAME</Name>\n"
-            "            <Type>S</Type>\n"
-            "            <ValueS>France</ValueS>\n"
-            "          </Attribute>\n"
-            "          <Attribute>\n"
-            "            <Name>NOTE</Name>\n"
-            "            <Type>S</Type>\n"
-            "            <ValueS>undefined</ValueS>\n"
-            "          </Attribute>\n"
+            "          <NumAttributes>3</NumAttributes>\n"
             "          <Attribute>\n"
             "            <Name>POP</Name>\n"
             "            <Type>D</Type>\n"
@@ -139,17 +119,6 @@ TEST(QueryAnswersTest, SelectionAnswerAsXml) {
             "          </Attribute>\n"
             "        </Attributes>\n"
             "      </Feature>\n"
-            "      <Feature>\n"
-            "        <FeatureType>undefined</FeatureType>\n"
-            "        <FeatureID>17</FeatureID>\n"
-            "        <Location>\n"
-            "          <Lat>0.000000</Lat>\n"
-            "          <Lon>0.000000</Lon>\n"
-            "        </Location>\n"
-            "        <Attributes>\n"
-            "          <NumAttributes>0</NumAttributes>\n"
-            "        </Attributes>\n"
-            "      </Feature>\n"
             "    </Selection>\n"
             "  </Layer>\n"
             "  <Layer>\n"
@@ -159,49 +128,37 @@ TEST(QueryAnswersTest, SelectionAnswerAsXml) {
   EXPECT_EQ(FormatSelectionAnswer({true, true}, {}), "Content-Type: text/xml\n\n<VmpSelectionData>\n</VmpSelectionData>\n");
 }
 
-MapGeometry Geometry(int64_t projection, double center_lat, double center_lon, double extent) {
-  MapGeometryInput in;
-  in.projection = projection;
-  in.center_lat = center_lat;
-  in.center_lon = center_lon;
-  in.h_extent = in.v_extent = extent;
-  in.width = 101;
-  in.height = 51;
-  in.stretch = 1;
-  in.dataset_options = DatasetOptions{};
-  MapGeometry g;
-  MapImage image;
-  EXPECT_TRUE(SetupMapGeometry(in, g, image));
-  return g;
-}
-
-TEST(QueryAnswersTest, FeatureInfoRowRule) {
-  // Rectangular: row J from the top.
-  MapGeometry rect = Geometry(kRectangularProjection, 0, 0, 100);
+TEST(QueryAnswersTest, PointsOnTheMap) {
+  auto geometry = [](int64_t projection, double center_lon, double extent) {
+    MapGeometryInput in;
+    in.projection = projection;
+    in.center_lon = center_lon;
+    in.h_extent = in.v_extent = extent;
+    in.width = 101;
+    in.height = 51;
+    in.stretch = 1;
+    in.dataset_options = DatasetOptions{};
+    MapGeometry g;
+    MapImage image;
+    EXPECT_TRUE(SetupMapGeometry(in, g, image));
+    return g;
+  };
+  const MapGeometry rect = geometry(kRectangularProjection, 170, 40);  // lon 150..190, lat -20..20
+  const MapGeometry globe = geometry(kOrthographicProjection, 0, 2 * kEquatorialRadius);
+  // GetFeatureInfo: row J from the top in both projections.
   LatLonPoint p = FeatureInfoLocation(rect, 50, 0);
-  EXPECT_TRUE(p.ok);
-  EXPECT_DOUBLE_EQ(p.lat, 50);
-  EXPECT_DOUBLE_EQ(p.lon, 0);
-  // Orthographic: the top row is the north of the globe too.
-  MapGeometry globe = Geometry(kOrthographicProjection, 0, 0, 2 * kEquatorialRadius);
+  EXPECT_TRUE(p.ok && p.lat == 20 && p.lon == 170);
   p = FeatureInfoLocation(globe, 50, 1);
-  EXPECT_TRUE(p.ok);
-  EXPECT_GT(p.lat, 60);
-  p = FeatureInfoLocation(globe, 0, 0);  // a corner: off the globe
-  EXPECT_FALSE(p.ok);
-}
-
-TEST(QueryAnswersTest, LocationOnMap) {
-  MapGeometry rect = Geometry(kRectangularProjection, 0, 170, 40);  // lon 150..190, lat -20..20
-  MapGeometry globe = Geometry(kOrthographicProjection, 0, 0, 2 * kEquatorialRadius);
+  EXPECT_TRUE(p.ok && p.lat > 60);
+  EXPECT_FALSE(FeatureInfoLocation(globe, 0, 0).ok);  // a corner is off the globe
+  // GetLocationInfo.
   struct Case {
     const MapGeometry& g;
     double lat, lon;
     bool on_map;
   } cases[] = {
-      {rect, 0, 160, true}, {rect, 0, -175, true},  {rect, 25, 160, false},
-      {rect, 0, 140, false}, {rect, std::nan(""), 160, false},
-      {globe, 10, 20, true}, {globe, 0, 120, false}, {globe, 60, 0, true},
+      {rect, 0, 160, true},   {rect, 0, -175, true},  {rect, 25, 160, false}, {rect, 0, 140, false},
+      {rect, std::nan(""), 160, false}, {globe, 60, 0, true}, {globe, 0, 120, false},
   };
   for (const Case& c : cases) EXPECT_EQ(LocationOnMap(c.g, c.lat, c.lon), c.on_map) << c.lat << "," << c.lon;
 }
