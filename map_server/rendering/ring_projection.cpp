@@ -39,7 +39,7 @@ void RingProjector::Project(const MapGeometry& g, std::span<const PolygonFeature
       const PixelPoint px = LatLonToPixel(g, p.y, p.x + lon_shift);
       out.Add(px.x, px.y, true);
     }
-    out.SetEdgeFollowsLast(false);
+    if (out.open_ring_size() > 0) out.SetEdgeFollowsLast(false);
     out.EndRing();
   }
 }

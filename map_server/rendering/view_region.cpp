@@ -76,6 +76,8 @@ ViewRegion::ViewRegion(const MapGeometry& g, const PixelRect& rect) {
       a2 = std::max(a2, (X - qx) * (X - qx) + (Y - qy) * (Y - qy));
     }
   }
+  // Points of the globe lie in the unit disc, so no farther than 1 + |Q| from Q.
+  a2 = std::min(a2, (1.0 + std::hypot(qx, qy)) * (1.0 + std::hypot(qx, qy)));
   const double nx = std::clamp(0.0, X0, X1), ny = std::clamp(0.0, Y0, Y1);
   const double r2_min = nx * nx + ny * ny;
   if (!(r2_min <= 1.0)) return;  // the rectangle misses the globe
