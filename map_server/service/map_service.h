@@ -13,6 +13,7 @@
 #include "map_server/dataset/dataset.h"
 #include "map_server/dataset/map_request.h"
 #include "map_server/geometry/map_image.h"
+#include "map_server/rendering/renderer.h"
 #include "map_server/tiles/tile_cache.h"
 
 struct FT_LibraryRec_;
@@ -60,6 +61,10 @@ class MapService {
   // The map image every render draws into; its buffer only grows.
   MapImage& map_image() { return map_image_; }
 
+  // The renderer's reused arrays (scan converter edges, projected rings,
+  // image samplers).
+  Renderer& renderer() { return renderer_; }
+
   // Process-wide tile-count limits, read from the dataset at geometry setup
   // (negative: no limit).
   struct TileLimits {
@@ -78,6 +83,7 @@ class MapService {
   FontLibraryInit font_library_init_;
   FT_LibraryRec_* font_library_ = nullptr;
   MapImage map_image_;
+  Renderer renderer_;
   TileLimits tile_limits_;
   TileCache tile_cache_;
 };

@@ -6,6 +6,7 @@
 #include "map_server/service/capabilities.h"
 #include "map_server/service/map_service.h"
 #include "map_server/service/ogc_query_parser.h"
+#include "map_server/service/query_answers.h"
 #include "map_server/service/service_exception.h"
 #include "toolkit/message_log.h"
 
@@ -45,6 +46,19 @@ bool AnswerCapabilities(const ParsedRequest& request, Responder& responder) {
   return true;
 }
 
+// GetLocationInfo in lat/lon mode: the map's LocationLat and LocationLon,
+// on the map or not by its projection.
+bool AnswerLocationLatLon(const ParsedRequest& request, MapRequest& map, const ServeOptions& options) {
+  if (!SetupMapGeometry(map, false)) {
+    WriteServiceException("Errors processing map server request.");
+    return false;
+  }
+  const double lat = map.record.location_lat, lon = map.record.location_lon;
+  const bool on_map = LocationOnMap(map.geometry, lat, lon);
+  WriteAnswer(stdout, FormatLatLonAnswer({request.xml, options.cgi}, on_map, lat, lon));
+  return true;
+}
+
 const char* RequestName(RequestType type) {
   switch (type) {
     case RequestType::kGetMap: return "GetMap";
@@ -75,8 +89,14 @@ bool Execute(RequestType type, const ParsedRequest& request, MapRequest& map,
         return false;
       }
       [[fallthrough]];
-    case RequestType::kGetFeatureInfo:
     case RequestType::kGetLocationInfo:
+      if (request.pick_mode == PickMode::kLatLon) return AnswerLocationLatLon(request, map, options);
+      if (request.pick_mode != PickMode::kElevation) {
+        WriteServiceException("Unsupported INFO_TYPE of GetLocationInfo request.");
+        return false;
+      }
+      [[fallthrough]];
+    case RequestType::kGetFeatureInfo:
     case RequestType::kGetSelection:
       WriteServiceException("Errors processing map server request.",
                             std::string(RequestName(type)) + " is not available in this build");

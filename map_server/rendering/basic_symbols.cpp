@@ -1,0 +1,111 @@
+#include "map_server/rendering/basic_symbols.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+#include "map_server/geometry/int_conversion.h"
+#include "map_server/rendering/pixel_writer.h"
+
+namespace vmp {
+
+namespace {
+
+// Clips the segment to the pixel rectangle widened by half a pixel
+// (Liang-Barsky). False when nothing of it is left.
+bool ClipSegment(const PixelRect& rect, double& x0, double& y0, double& x1, double& y1) {
+  const double dx = x1 - x0, dy = y1 - y0;
+  double t0 = 0.0, t1 = 1.0;
+  auto edge = [&](double p, double q) {
+    if (p == 0.0) return q >= 0.0;
+    const double t = q / p;
+    if (p < 0.0) {
+      if (t > t1) return false;
+      if (t > t0) t0 = t;
+    } else {
+      if (t < t0) return false;
+      if (t < t1) t1 = t;
+    }
+    return true;
+  };
+  const double left = static_cast<double>(rect.min_x) - 0.5, right = static_cast<double>(rect.max_x) + 0.5;
+  const double top = static_cast<double>(rect.min_y) - 0.5, bottom = static_cast<double>(rect.max_y) + 0.5;
+  if (!edge(-dx, x0 - left) || !edge(dx, right - x0) || !edge(-dy, y0 - top) || !edge(dy, bottom - y0)) {
+    return false;
+  }
+  const double sx = x0, sy = y0;
+  x0 = sx + t0 * dx;
+  y0 = sy + t0 * dy;
+  x1 = sx + t1 * dx;
+  y1 = sy + t1 * dy;
+  return true;
+}
+
+}  // namespace
+
+void DrawLine(DrawSurface& surface, double x0, double y0, double x1, double y1,
+              const PixelColour& colour) {
+  if (!std::isfinite(x0) || !std::isfinite(y0) || !std::isfinite(x1) || !std::isfinite(y1)) return;
+  const PixelRect& area = surface.active_rect();
+  if (area.empty() || !ClipSegment(area, x0, y0, x1, y1)) return;
+  if (surface.location_query()) {
+    surface.set_hit(true);
+    return;
+  }
+  // Bresenham between the rounded ends; the clipped segment spans at most
+  // the clip's width and height.
+  int64_t ax = RoundToInt64(x0), ay = RoundToInt64(y0);
+  const int64_t bx = RoundToInt64(x1), by = RoundToInt64(y1);
+  const int64_t dx = std::llabs(bx - ax), dy = -std::llabs(by - ay);
+  const int64_t step_x = ax < bx ? 1 : -1, step_y = ay < by ? 1 : -1;
+  int64_t error = dx + dy;
+  while (true) {
+    SetMapPixel(surface, ax, ay, colour);
+    if (ax == bx && ay == by) break;
+    const int64_t e2 = 2 * error;
+    if (e2 >= dy) {
+      error += dy;
+      ax += step_x;
+    }
+    if (e2 <= dx) {
+      error += dx;
+      ay += step_y;
+    }
+  }
+}
+
+void DrawRingEdges(DrawSurface& surface, const PixelRings& rings, const PixelColour& colour) {
+  const auto& points = rings.points();
+  const auto& follows = rings.edge_follows();
+  for (size_t r = 0; r < rings.ring_count(); ++r) {
+    const size_t begin = rings.RingBegin(r), end = rings.RingEnd(r);
+    for (size_t i = begin; i < end; ++i) {
+      if (!follows[i]) continue;
+      const PixelVertex& a = points[i];
+      const PixelVertex& b = points[i + 1 < end ? i + 1 : begin];
+      DrawLine(surface, a.x, a.y, b.x, b.y, colour);
+      if (surface.location_query() && surface.hit()) return;
+    }
+  }
+}
+
+void DrawMarkerSquare(DrawSurface& surface, double x, double y, int64_t size,
+                      const PixelColour& colour) {
+  // Far beyond any image (and beyond what the integer corners can hold).
+  constexpr double kFar = 1e15;
+  if (!(std::fabs(x) < kFar && std::fabs(y) < kFar)) return;
+  size = std::clamp<int64_t>(size, 1, 1 << 20);
+  const int64_t x0 = RoundToInt64(x) - size / 2, y0 = RoundToInt64(y) - size / 2;
+  const PixelRect square{x0, x0 + size - 1, y0, y0 + size - 1};
+  const PixelRect visible = square.Intersect(surface.active_rect());
+  if (visible.empty()) return;
+  if (surface.location_query()) {
+    surface.set_hit(true);
+    return;
+  }
+  for (int64_t row = visible.min_y; row <= visible.max_y; ++row) {
+    DrawSpan(surface, visible.min_x, row, visible.max_x, colour);
+  }
+}
+
+}  // namespace vmp

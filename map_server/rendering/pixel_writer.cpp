@@ -1,0 +1,71 @@
+#include "map_server/rendering/pixel_writer.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "toolkit/message_log.h"
+
+namespace vmp {
+
+namespace {
+
+template <int64_t Kind>
+void BlendRun(uint8_t* pixel, int64_t count, const PixelColour& c) {
+  for (int64_t i = 0; i < count; ++i, pixel += 3) BlendPixel<Kind>(pixel, c.red, c.green, c.blue, c.alpha);
+}
+
+// An opaque copy: the first pixel is written, then doubled until the run is full.
+void CopyRun(uint8_t* pixel, int64_t count, const PixelColour& c) {
+  pixel[0] = c.red;
+  pixel[1] = c.green;
+  pixel[2] = c.blue;
+  const size_t total = static_cast<size_t>(count) * 3;
+  size_t done = 3;
+  while (done < total) {
+    const size_t n = std::min(done, total - done);
+    std::memcpy(pixel + done, pixel, n);
+    done += n;
+  }
+}
+
+}  // namespace
+
+void ReportUnknownTransType(int64_t kind) {
+  ReportNumber(kError, "Cannot render layer transparency type", static_cast<double>(kind));
+}
+
+void SetMapPixel(DrawSurface& surface, int64_t x, int64_t y, const PixelColour& colour) {
+  if (!surface.clip().Contains(x, y)) return;
+  if (colour.alpha == 0.0 || surface.location_query()) return;
+  if (!BlendPixelOfKind(colour.trans_type, surface.PixelAt(x, y), colour.red, colour.green,
+                        colour.blue, colour.alpha)) {
+    ReportUnknownTransType(colour.trans_type);
+  }
+}
+
+void DrawSpan(DrawSurface& surface, int64_t x1, int64_t y, int64_t x2, const PixelColour& colour) {
+  const PixelRect& clip = surface.clip();
+  if (y < clip.min_y || y > clip.max_y) return;
+  x1 = std::max(x1, clip.min_x);
+  x2 = std::min(x2, clip.max_x);
+  if (x1 > x2) return;
+  if (colour.alpha == 0.0 || surface.location_query()) return;
+  uint8_t* pixel = surface.PixelAt(x1, y);
+  const int64_t count = x2 - x1 + 1;
+  switch (colour.trans_type) {
+    case kTransOpaque:
+    case kTransColourOpaque:
+      if (colour.alpha == 1.0)
+        CopyRun(pixel, count, colour);
+      else
+        BlendRun<kTransOpaque>(pixel, count, colour);
+      return;
+    case kTransAlphaWhite: BlendRun<kTransAlphaWhite>(pixel, count, colour); return;
+    case kTransAlphaBlack: BlendRun<kTransAlphaBlack>(pixel, count, colour); return;
+    case kTransXor: BlendRun<kTransXor>(pixel, count, colour); return;
+    case kTransBumpMap: BlendRun<kTransBumpMap>(pixel, count, colour); return;
+    default: ReportUnknownTransType(colour.trans_type); return;
+  }
+}
+
+}  // namespace vmp

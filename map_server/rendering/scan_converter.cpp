@@ -1,0 +1,186 @@
+#include "map_server/rendering/scan_converter.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "map_server/geometry/int_conversion.h"
+#include "map_server/rendering/pixel_writer.h"
+#include "toolkit/global_config.h"
+#include "toolkit/message_log.h"
+
+namespace vmp {
+
+namespace {
+
+// Adds the edge from a to b unless it covers no scanline of [row_min, row_max]
+// or has a coordinate that is not a number.
+void AddEdge(std::vector<PolygonEdge>& edges, const PixelVertex& a, const PixelVertex& b,
+             int64_t row_min, int64_t row_max) {
+  if (!std::isfinite(a.x) || !std::isfinite(a.y) || !std::isfinite(b.x) || !std::isfinite(b.y)) return;
+  const PixelVertex& lo = a.y <= b.y ? a : b;
+  const PixelVertex& hi = a.y <= b.y ? b : a;
+  const int64_t y_low = TruncToInt64(std::ceil(lo.y));
+  const int64_t y_high = TruncToInt64(std::ceil(hi.y));
+  if (y_low >= y_high) return;  // horizontal, or between two scanlines
+  if (y_high <= row_min || y_low > row_max) return;
+  const double slope = (hi.x - lo.x) / (hi.y - lo.y);
+  const double x_low = lo.x + (static_cast<double>(y_low) - lo.y) * slope;
+  edges.push_back({y_low, y_high, x_low, slope, x_low});
+}
+
+void ReportRunaway(int64_t iteration) {
+  Report(kError, "Detected hanging while rendering filled polygons");
+  ReportNumber(kError, "breaking out after iteration", static_cast<double>(iteration));
+  Report(kError,
+         "Possible cause - unreasonably high zoom factor, check map extent or increase "
+         "$config/VmpIterationMax.");
+}
+
+bool ByX(const PolygonEdge& a, const PolygonEdge& b) { return a.x < b.x; }
+
+// Insertion sort by x of the first `count` edges: they were sorted on the
+// scanline before, so only edges that crossed move.
+void SortByX(std::vector<PolygonEdge>& active, size_t count) {
+  for (size_t i = 1; i < count; ++i) {
+    if (!(active[i].x < active[i - 1].x)) continue;
+    const PolygonEdge moving = active[i];
+    size_t j = i;
+    while (j > 0 && moving.x < active[j - 1].x) {
+      active[j] = active[j - 1];
+      --j;
+    }
+    active[j] = moving;
+  }
+}
+
+// Sorts the edges that joined on this scanline (the last `joined` of the
+// list) and merges them into the sorted rest, from the back.
+void MergeJoined(std::vector<PolygonEdge>& active, size_t joined, std::vector<PolygonEdge>& scratch) {
+  const size_t old_count = active.size() - joined;
+  std::sort(active.begin() + static_cast<ptrdiff_t>(old_count), active.end(), ByX);
+  scratch.assign(active.begin() + static_cast<ptrdiff_t>(old_count), active.end());
+  size_t out = active.size(), i = old_count, j = joined;
+  while (j > 0) {
+    if (i > 0 && ByX(scratch[j - 1], active[i - 1]))
+      active[--out] = active[--i];
+    else
+      active[--out] = scratch[--j];
+  }
+}
+
+}  // namespace
+
+// A bucket sort over the rows the edges begin on: an edge that begins
+// above the processed rows joins the active list on the first of them, so
+// it sorts there. Only the rows between the first and last such row are
+// counted, so small polygons cost little.
+void EdgeTables::SortByFirstRow(const PixelRect& area) {
+  auto first_row = [&](const PolygonEdge& e) { return std::max(e.y_low, area.min_y); };
+  int64_t lo = first_row(unsorted_.front()), hi = lo;
+  for (const PolygonEdge& e : unsorted_) {
+    lo = std::min(lo, first_row(e));
+    hi = std::max(hi, first_row(e));
+  }
+  const size_t rows = static_cast<size_t>(hi - lo + 1);
+  row_counts_.assign(rows + 1, 0);
+  for (const PolygonEdge& e : unsorted_) ++row_counts_[static_cast<size_t>(first_row(e) - lo) + 1];
+  for (size_t i = 1; i <= rows; ++i) row_counts_[i] += row_counts_[i - 1];
+  edges_.resize(unsorted_.size());
+  for (const PolygonEdge& e : unsorted_) edges_[row_counts_[static_cast<size_t>(first_row(e) - lo)]++] = e;
+}
+
+int64_t SpanColumn(double x, double slope) {
+  if (slope >= 0.0) return x >= 0.0 ? TruncToInt64(x + 0.5) : TruncToInt64(x - 0.5);
+  return TruncToInt64(x);
+}
+
+bool FillPolygons(DrawSurface& surface, EdgeTables& tables, const PixelRings& rings,
+                  const PixelColour& colour) {
+  tables.last_scanlines_ = 0;
+  const bool query = surface.location_query();
+  const PixelRect& area = surface.active_rect();
+  if (area.empty()) return true;
+  if (!query) {
+    if (colour.alpha == 0.0) return true;
+    if (!IsKnownTransType(colour.trans_type)) {
+      ReportUnknownTransType(colour.trans_type);
+      return true;
+    }
+  }
+
+  std::vector<PolygonEdge>& unsorted = tables.unsorted_;
+  std::vector<PolygonEdge>& edges = tables.edges_;
+  std::vector<PolygonEdge>& active = tables.active_;
+  unsorted.clear();
+  active.clear();
+  const std::vector<PixelVertex>& points = rings.points();
+  for (size_t r = 0; r < rings.ring_count(); ++r) {
+    const size_t begin = rings.RingBegin(r), end = rings.RingEnd(r);
+    if (end - begin < 2) continue;
+    for (size_t i = begin; i + 1 < end; ++i) AddEdge(unsorted, points[i], points[i + 1], area.min_y, area.max_y);
+    AddEdge(unsorted, points[end - 1], points[begin], area.min_y, area.max_y);
+  }
+  if (unsorted.empty()) return true;
+  tables.SortByFirstRow(area);
+
+  const int64_t limit = TruncToInt64(kav::Config().vmp_iteration_max);
+  int64_t iterations = 0;
+  size_t next = 0;
+  // The first scanline at which an active edge ends: the active list is
+  // compacted only then.
+  int64_t first_end = std::numeric_limits<int64_t>::max();
+  int64_t s = std::max(edges.front().y_low, area.min_y);
+  while (s <= area.max_y) {
+    size_t joined = 0;
+    while (next < edges.size() && edges[next].y_low <= s) {
+      first_end = std::min(first_end, edges[next].y_high);
+      active.push_back(edges[next++]);
+      ++joined;
+    }
+    if (first_end <= s) {
+      first_end = std::numeric_limits<int64_t>::max();
+      size_t kept = 0;
+      for (const PolygonEdge& e : active) {
+        if (e.y_high <= s) continue;
+        first_end = std::min(first_end, e.y_high);
+        active[kept++] = e;
+      }
+      active.resize(kept);
+    }
+    if (active.empty()) {
+      if (next == edges.size()) break;
+      s = edges[next].y_low;  // jump the empty stretch
+      continue;
+    }
+    if (++iterations > limit) {
+      tables.last_scanlines_ = iterations - 1;
+      ReportRunaway(iterations);
+      return false;
+    }
+    const double row = static_cast<double>(s);
+    for (PolygonEdge& e : active) e.x = e.x_low + (row - static_cast<double>(e.y_low)) * e.slope;
+    // Edges that joined are still last (compaction keeps the order and never
+    // drops an edge on the scanline it joins).
+    SortByX(active, active.size() - joined);
+    if (joined > 0) MergeJoined(active, joined, tables.joining_);
+    for (size_t i = 0; i + 1 < active.size(); i += 2) {
+      const int64_t x1 = SpanColumn(active[i].x, active[i].slope);
+      const int64_t x2 = SpanColumn(active[i + 1].x, active[i + 1].slope);
+      if (query) {
+        if (x1 <= area.max_x && x2 >= area.min_x) {
+          tables.last_scanlines_ = iterations;
+          surface.set_hit(true);
+          return true;
+        }
+      } else {
+        DrawSpan(surface, x1, s, x2, colour);
+      }
+    }
+    ++s;
+  }
+  tables.last_scanlines_ = iterations;
+  return true;
+}
+
+}  // namespace vmp

@@ -1,0 +1,74 @@
+// Polygon scan conversion: all rings of one polygon together, even-odd
+// pairs of edges, spans written through DrawSpan (or, in a location query,
+// tested against the search box).
+//
+// Scanline s is the pixel row whose centre lies at y = s. An edge from y0 to
+// y1 (y0 < y1) covers the scanlines s with y0 <= s < y1, so its record runs
+// from ceil(y0) to ceil(y1), the upper one excluded; an edge that covers no
+// scanline (horizontal edges among them) never enters the edge table, which
+// keeps every scanline crossing an even number of edges. Span ends become
+// pixel columns by the rule of the edge: an edge with slope dx/dy >= 0 has
+// its x rounded half away from zero, one with a negative slope has it
+// truncated toward zero. Both end columns are drawn.
+//
+// Only the scanlines that can show are processed: those of the clip (the
+// search box in a location query); stretches without active edges are
+// jumped. The scanlines so processed count against VmpIterationMax, so the
+// guard trips only for polygons that need that much real work, not for
+// polygons that merely extend far beyond the image at a high zoom.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "map_server/rendering/draw_surface.h"
+#include "map_server/rendering/pixel_colour.h"
+#include "map_server/rendering/pixel_rings.h"
+
+namespace vmp {
+
+// One edge of the scan converter.
+struct PolygonEdge {
+  int64_t y_low;   // first scanline covered
+  int64_t y_high;  // first scanline no longer covered
+  double x_low;    // x at y_low
+  double slope;    // dx/dy
+  double x;        // x at the current scanline
+};
+
+// The global edge table and the active edge list. Owned process-wide by the
+// renderer and reused by every polygon: both arrays only grow, so polygons
+// after the first allocate nothing.
+class EdgeTables {
+ public:
+  size_t edge_capacity() const { return edges_.capacity(); }
+  size_t unsorted_capacity() const { return unsorted_.capacity(); }
+  size_t active_capacity() const { return active_.capacity(); }
+  // Scanlines processed by the last FillPolygons call.
+  int64_t last_scanlines() const { return last_scanlines_; }
+
+ private:
+  friend bool FillPolygons(DrawSurface&, EdgeTables&, const PixelRings&, const PixelColour&);
+  // Moves the built edges into the edge table ordered by first scanline.
+  void SortByFirstRow(const PixelRect& area);
+
+  std::vector<PolygonEdge> unsorted_;  // the edges as built, before the bucket sort
+  std::vector<PolygonEdge> edges_;     // the global edge table, by first scanline
+  std::vector<PolygonEdge> active_;
+  std::vector<PolygonEdge> joining_;   // edges joining the active list, for the merge
+  std::vector<uint32_t> row_counts_;   // bucket sort: edges per first processed scanline
+  int64_t last_scanlines_ = 0;
+};
+
+// The pixel column of a span end on an edge with this slope.
+int64_t SpanColumn(double x, double slope);
+
+// Scan-converts the polygon made of all rings of `rings`. In a location
+// query a span that touches the search box sets the surface's hit flag and
+// ends the scan at once. Returns false when the polygon was abandoned
+// because it took more than VmpIterationMax scanlines (three messages,
+// severity 1); the caller goes on with the next polygon.
+bool FillPolygons(DrawSurface& surface, EdgeTables& tables, const PixelRings& rings,
+                  const PixelColour& colour);
+
+}  // namespace vmp

@@ -1,0 +1,77 @@
+// Writing the GetMap image, and GetLocationInfo answered by the real program.
+#include "map_server/service/map_output.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "map_server/geometry/map_geometry.h"
+#include "map_server/image/image_loader.h"
+#include "tests/support/message_capture.h"
+#include "tests/support/run_program.h"
+#include "tests/support/temp_dir.h"
+
+namespace vmp {
+namespace {
+
+// What a temporary stream received.
+std::string Contents(std::FILE* f) {
+  std::rewind(f);
+  std::string out;
+  char buffer[4096];
+  for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, f)) > 0;) out.append(buffer, n);
+  std::fclose(f);
+  return out;
+}
+
+TEST(MapOutputTest, CgiStandardOutputAndFile) {
+  MapGeometry g;
+  g.end_x = 16;
+  g.end_y = 8;
+  g.background[0] = 200;
+  MapImage image;
+  ASSERT_TRUE(AllocateMapImage(g, image));
+  test::TempDir dir;
+  test::MessageCapture capture;
+  kav::Messages().verbosity = 2;
+
+  std::FILE* cgi = std::tmpfile();
+  EXPECT_TRUE(WriteMapAnswer(image, true, std::nullopt, cgi));
+  const std::string cgi_out = Contents(cgi), header = "Content-Type: image/jpeg\n\n";
+  ASSERT_EQ(cgi_out.substr(0, header.size() + 2), header + "\xFF\xD8");
+  std::FILE* dash = std::tmpfile();
+  EXPECT_TRUE(WriteMapAnswer(image, false, std::string("-"), dash));
+  EXPECT_EQ(Contents(dash), cgi_out.substr(header.size()));  // the same JPEG, bare
+
+  std::FILE* unused = std::tmpfile();
+  EXPECT_TRUE(WriteMapAnswer(image, false, dir / "map.jpg", unused));
+  EXPECT_FALSE(WriteMapAnswer(image, false, dir / "no/such/dir.jpg", unused));
+  EXPECT_EQ(Contents(unused), "");
+  LoadedImage decoded;
+  ASSERT_TRUE(LoadImageFile(dir / "map.jpg", 0, false, decoded));
+  EXPECT_EQ(decoded.width * 100 + decoded.height, 1608);
+  EXPECT_NEAR(decoded.pixels[0], 200, 3);
+  EXPECT_EQ(capture.Count("Info: Saved image"), 3u);
+  EXPECT_TRUE(capture.Contains("Info: Error saving image: " + (dir / "no/such/dir.jpg")));
+}
+
+TEST(LocationInfoTest, LatLonAnsweredByTheProgram) {
+  test::TempDir dir;
+  dir.Write("layers/world.lif", "TYPE=IMAGE\nFILENAME=world.jpg\nWIDTH=20\nHEIGHT=10\n");
+  const std::string dataset = dir.Write("world.sdf", "LAYER DIR=layers\nLAYER=world world.lif\n");
+  const std::string query = "VERSION=1.3.0&REQUEST=GetLocationInfo&SRS=EPSG:4326&BBOX=-20,-10,20,10"
+                            "&WIDTH=40&HEIGHT=20&QUERY_LAYERS=world&INFO_TYPE=";
+  test::RunResult r = test::RunMapServer({"-generate", "-dataset", dataset, "-oGISreq", query + "lat_lon&LON_LAT=5.5,-2.25"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "QueryException=None\nLat=-2.250000\nLon=5.500000\n");
+  test::RunOptions cgi;
+  cgi.env["QUERY_STRING"] = query + "lat_lon&LON_LAT=50,0";
+  r = test::RunMapServer({"-generate", "-cgi", "-dataset", dataset}, cgi);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out,
+            "Content-Type: text/xml\n\n<VmpLatLonData>\n  <QueryException>OutsideException</QueryException>\n"
+            "  <Lat>10000.000000</Lat>\n  <Lon>10000.000000</Lon>\n</VmpLatLonData>\n");
+}
+
+}  // namespace
+}  // namespace vmp
