@@ -1,13 +1,22 @@
-// Nearest-pixel sampling of a layer's loaded image tiles at a lat/lon.
+// Sampling of a layer's loaded image tiles at a lat/lon: the nearest pixel,
+// or bilinear between the four pixels around the point.
 //
 // A tile's bounds are the outer edges of its pixels: column c covers
 // longitudes min_lon + c * w .. min_lon + (c + 1) * w with w the bounds'
-// width over the image width, rows run down from max_lat. Where tiles
-// overlap, the first in the given order wins. A lookup does not search all
-// tiles: the union of the tiles' bounds is divided into buckets, each
-// holding the (few) tiles that overlap it.
+// width over the image width, rows run down from max_lat; a pixel's value
+// sits at its centre. Where tiles overlap, the first in the given order
+// wins. A lookup does not search all tiles: the union of the tiles' bounds
+// is divided into buckets, each holding the (few) tiles that overlap it.
+//
+// Bilinear sampling weighs the four pixels whose centres surround the
+// point. A pixel beyond the tile's edge is taken from the tile that holds
+// its centre, so there is no seam between loaded neighbours; where no tile
+// holds it, the tile's edge pixel stands in. The four are weighed by their
+// alpha (a pixel of alpha 0 lends no colour).
 #pragma once
 
+#include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -48,13 +57,7 @@ class TileSampler {
   bool Sample(double lat, double lon, SampledColour& out) const {
     const Tile* t = Find(lat, lon);
     if (t == nullptr) return false;
-    const uint8_t* p = t->pixels + (t->width * Row(*t, lat) + Column(*t, lon)) * t->samples;
-    switch (t->samples) {
-      case 1: out = {p[0], p[0], p[0], 255}; break;
-      case 2: out = {p[0], p[0], p[0], p[1]}; break;
-      case 3: out = {p[0], p[1], p[2], 255}; break;
-      default: out = {p[0], p[1], p[2], p[3]}; break;
-    }
+    out = ColourAt(*t, Column(*t, lon), Row(*t, lat));
     return true;
   }
 
@@ -62,7 +65,6 @@ class TileSampler {
   // sample is the signed no-data value -32768.
   bool SampleElevation(double lat, double lon, double& out) const;
 
- private:
   struct Tile {
     double min_lon, max_lon, min_lat, max_lat;
     double columns_per_degree, rows_per_degree;
@@ -73,13 +75,84 @@ class TileSampler {
     bool signed_elevation;
   };
 
+  static SampledColour ColourAt(const Tile& t, int64_t column, int64_t row) {
+    const uint8_t* p = t.pixels + (t.width * row + column) * t.samples;
+    switch (t.samples) {
+      case 1: return {p[0], p[0], p[0], 255};
+      case 2: return {p[0], p[0], p[0], p[1]};
+      case 3: return {p[0], p[1], p[2], 255};
+      default: return {p[0], p[1], p[2], p[3]};
+    }
+  }
+  static uint16_t RawElevationAt(const Tile& t, int64_t column, int64_t row) {
+    return t.elevation[t.width * row + column];
+  }
+
+  // The pixel nearest to the point: fetch(tile, column, row) gives its
+  // colour. False where no tile covers the point.
+  template <typename Fetch>
+  bool SampleNearest(double lat, double lon, const Fetch& fetch, SampledColour& out) const {
+    const Tile* t = Find(lat, lon);
+    if (t == nullptr) return false;
+    out = fetch(*t, Column(*t, lon), Row(*t, lat));
+    return true;
+  }
+
+  // Bilinear between the four pixels around the point, each fetched as above.
+  template <typename Fetch>
+  bool SampleBilinear(double lat, double lon, const Fetch& fetch, SampledColour& out) const {
+    const Tile* t = Find(lat, lon);
+    if (t == nullptr) return false;
+    const double u = (lon - t->min_lon) * t->columns_per_degree - 0.5;
+    const double v = (t->max_lat - lat) * t->rows_per_degree - 0.5;
+    const double fc = std::floor(u), fr = std::floor(v);
+    const double du = u - fc, dv = v - fr;
+    const int64_t c0 = static_cast<int64_t>(fc), r0 = static_cast<int64_t>(fr);
+    const double weights[4] = {(1 - du) * (1 - dv), du * (1 - dv), (1 - du) * dv, du * dv};
+    double a = 0, r = 0, g = 0, b = 0;
+    for (int k = 0; k < 4; ++k) {
+      if (weights[k] == 0.0) continue;
+      const int64_t c = c0 + (k & 1), row = r0 + (k >> 1);
+      SampledColour s;
+      if (c >= 0 && c < t->width && row >= 0 && row < t->height) {
+        s = fetch(*t, c, row);
+      } else {
+        s = Neighbour(*t, c, row, fetch);
+      }
+      const double wa = weights[k] * s.a;
+      a += wa;
+      r += wa * s.r;
+      g += wa * s.g;
+      b += wa * s.b;
+    }
+    if (!(a > 0.0)) {
+      out = {0, 0, 0, 0};
+      return true;
+    }
+    out = {static_cast<uint8_t>(r / a + 0.5), static_cast<uint8_t>(g / a + 0.5),
+           static_cast<uint8_t>(b / a + 0.5), static_cast<uint8_t>(a + 0.5)};
+    return true;
+  }
+
+ private:
+  // Pixel (c, row) of `t`'s grid lying beyond its edge: from the tile
+  // holding its centre, else `t`'s nearest edge pixel.
+  template <typename Fetch>
+  SampledColour Neighbour(const Tile& t, int64_t c, int64_t row, const Fetch& fetch) const {
+    double lon = t.min_lon + (static_cast<double>(c) + 0.5) / t.columns_per_degree;
+    const double lat = t.max_lat - (static_cast<double>(row) + 0.5) / t.rows_per_degree;
+    const Tile* n = Find(lat, lon);
+    if (n != nullptr && n != &t) return fetch(*n, Column(*n, lon), Row(*n, lat));
+    return fetch(t, std::clamp<int64_t>(c, 0, t.width - 1), std::clamp<int64_t>(row, 0, t.height - 1));
+  }
+
   static int64_t Column(const Tile& t, double lon) {
     const int64_t c = static_cast<int64_t>((lon - t.min_lon) * t.columns_per_degree);
-    return c < t.width ? c : t.width - 1;
+    return c < 0 ? 0 : c < t.width ? c : t.width - 1;
   }
   static int64_t Row(const Tile& t, double lat) {
     const int64_t r = static_cast<int64_t>((t.max_lat - lat) * t.rows_per_degree);
-    return r < t.height ? r : t.height - 1;
+    return r < 0 ? 0 : r < t.height ? r : t.height - 1;
   }
 
   // The first tile containing the point; the longitude is also tried +-360
