@@ -108,22 +108,36 @@ class TileSampler {
     const double fc = std::floor(u), fr = std::floor(v);
     const double du = u - fc, dv = v - fr;
     const int64_t c0 = static_cast<int64_t>(fc), r0 = static_cast<int64_t>(fr);
-    const double weights[4] = {(1 - du) * (1 - dv), du * (1 - dv), (1 - du) * dv, du * dv};
+    const double w[4] = {(1 - du) * (1 - dv), du * (1 - dv), (1 - du) * dv, du * dv};
+    SampledColour s[4];
+    if (c0 >= 0 && r0 >= 0 && c0 + 1 < t->width && r0 + 1 < t->height) {
+      s[0] = fetch(*t, c0, r0);
+      s[1] = fetch(*t, c0 + 1, r0);
+      s[2] = fetch(*t, c0, r0 + 1);
+      s[3] = fetch(*t, c0 + 1, r0 + 1);
+    } else {
+      for (int k = 0; k < 4; ++k) {
+        const int64_t c = c0 + (k & 1), row = r0 + (k >> 1);
+        if (c >= 0 && c < t->width && row >= 0 && row < t->height) {
+          s[k] = fetch(*t, c, row);
+        } else {
+          s[k] = w[k] == 0.0 ? SampledColour{0, 0, 0, 0} : Neighbour(*t, c, row, fetch);
+        }
+      }
+    }
+    if ((s[0].a & s[1].a & s[2].a & s[3].a) == 255) {  // all opaque: plain weights
+      out = {static_cast<uint8_t>(w[0] * s[0].r + w[1] * s[1].r + w[2] * s[2].r + w[3] * s[3].r + 0.5),
+             static_cast<uint8_t>(w[0] * s[0].g + w[1] * s[1].g + w[2] * s[2].g + w[3] * s[3].g + 0.5),
+             static_cast<uint8_t>(w[0] * s[0].b + w[1] * s[1].b + w[2] * s[2].b + w[3] * s[3].b + 0.5), 255};
+      return true;
+    }
     double a = 0, r = 0, g = 0, b = 0;
     for (int k = 0; k < 4; ++k) {
-      if (weights[k] == 0.0) continue;
-      const int64_t c = c0 + (k & 1), row = r0 + (k >> 1);
-      SampledColour s;
-      if (c >= 0 && c < t->width && row >= 0 && row < t->height) {
-        s = fetch(*t, c, row);
-      } else {
-        s = Neighbour(*t, c, row, fetch);
-      }
-      const double wa = weights[k] * s.a;
+      const double wa = w[k] * s[k].a;
       a += wa;
-      r += wa * s.r;
-      g += wa * s.g;
-      b += wa * s.b;
+      r += wa * s[k].r;
+      g += wa * s[k].g;
+      b += wa * s[k].b;
     }
     if (!(a > 0.0)) {
       out = {0, 0, 0, 0};
