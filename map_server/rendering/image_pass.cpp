@@ -1,5 +1,6 @@
 #include "map_server/rendering/image_pass.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "map_server/geometry/conversions.h"
@@ -77,7 +78,9 @@ bool SampleLayer(const PassLayer& layer, double lat, double lon, SampledColour& 
   return false;
 }
 
-template <typename Inverse>
+// kAllPlain: every layer samples its image's nearest pixel as it is (the
+// common case gets a loop of its own).
+template <bool kAllPlain, typename Inverse>
 void RunPass(DrawSurface& surface, std::span<const PassLayer> layers, Inverse inverse) {
   const PixelRect& clip = surface.clip();
   for (int64_t y = clip.min_y; y <= clip.max_y; ++y) {
@@ -87,12 +90,29 @@ void RunPass(DrawSurface& surface, std::span<const PassLayer> layers, Inverse in
       if (!p.ok) continue;
       for (const PassLayer& layer : layers) {
         SampledColour c;
-        if (!SampleLayer(layer, p.lat, p.lon, c) || c.a == 0) continue;
+        if (!(kAllPlain ? layer.sampler->Sample(p.lat, p.lon, c) : SampleLayer(layer, p.lat, p.lon, c))) continue;
+        if (c.a == 0) continue;
         const double alpha = c.a == 255 ? layer.alpha : layer.alpha * (c.a / 255.0);
         if (alpha == 0.0) continue;
         BlendPixelOfKind(layer.kind, pixel, c.r, c.g, c.b, alpha);
       }
     }
+  }
+}
+
+template <bool kAllPlain>
+void RunProjected(DrawSurface& surface, std::span<const PassLayer> pass) {
+  const MapGeometry& g = surface.geometry();
+  if (g.projection == kOrthographicProjection) {
+    RunPass<kAllPlain>(surface, pass, [&g](double x, int64_t y) {
+      return OrthographicPixelToLatLon(g, x, g.height_m1 - static_cast<double>(y));
+    });
+  } else if (g.projection == kRectangularProjection) {
+    RunPass<kAllPlain>(surface, pass, [&g](double x, int64_t y) {
+      return RectangularPixelToLatLon(g, x, static_cast<double>(y));
+    });
+  } else {
+    ReportUnsupportedProjection();
   }
 }
 
@@ -166,17 +186,13 @@ void DrawImageLayers(DrawSurface& surface, ImagePassScratch& scratch,
   }
   if (pass.empty()) return;
 
-  const MapGeometry& g = surface.geometry();
-  if (g.projection == kOrthographicProjection) {
-    RunPass(surface, pass, [&g](double x, int64_t y) {
-      return OrthographicPixelToLatLon(g, x, g.height_m1 - static_cast<double>(y));
-    });
-  } else if (g.projection == kRectangularProjection) {
-    RunPass(surface, pass, [&g](double x, int64_t y) {
-      return RectangularPixelToLatLon(g, x, static_cast<double>(y));
-    });
+  const bool all_plain = std::all_of(pass.begin(), pass.end(), [](const PassLayer& layer) {
+    return layer.sample == SampleKind::kColour && !layer.bilinear;
+  });
+  if (all_plain) {
+    RunProjected<true>(surface, pass);
   } else {
-    ReportUnsupportedProjection();
+    RunProjected<false>(surface, pass);
   }
 }
 

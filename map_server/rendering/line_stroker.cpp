@@ -31,10 +31,22 @@ bool Finite(const PixelVertex& p) { return std::isfinite(p.x) && std::isfinite(p
 void LineStroker::Begin(const PixelRect& area, double width, LineCap cap) {
   shapes_.Clear();
   if (!(width >= kMinLineWidth)) width = kMinLineWidth;  // NaN too
+  width = std::round(width * 16.0) / 16.0;  // few distinct widths: the cap's disc is kept
   width = std::min(width, kMaxLineWidth);
-  half_ = width / 2.0;
-  join_step_ = ArcStep(half_, kRoundTolerance);
   cap_ = cap;
+  if (width / 2.0 != half_ || cap_points_.empty()) {
+    half_ = width / 2.0;
+    join_step_ = ArcStep(half_, kRoundTolerance);
+    single_step_cos_ = std::cos(join_step_);
+    skip_join_cos_ = std::cos(std::min(kMinJoinGap / half_, kTwoPi / 4.0));
+    // The cap's disc, wound like the quads (decreasing angles).
+    const int n = std::clamp(static_cast<int>(std::ceil(kTwoPi / join_step_)), kMinCirclePoints, kMaxCirclePoints);
+    cap_points_.clear();
+    for (int k = 0; k < n; ++k) {
+      const double a = -kTwoPi * k / n;
+      cap_points_.push_back({half_ * std::cos(a), half_ * std::sin(a)});
+    }
+  }
   const double margin = half_ + 2.0;
   left_ = static_cast<double>(area.min_x) - margin;
   right_ = static_cast<double>(area.max_x) + margin;
@@ -55,13 +67,28 @@ void LineStroker::AddQuad(const PixelVertex& a, const PixelVertex& b, double ux,
 // u2 (unit vectors); the inner side is covered by the quads already.
 void LineStroker::AddJoin(const PixelVertex& v, double ux1, double uy1, double ux2, double uy2) {
   const double cross = ux1 * uy2 - uy1 * ux2;
-  const double sweep = std::atan2(cross, ux1 * ux2 + uy1 * uy2);
-  if (std::fabs(sweep) * half_ < kMinJoinGap) return;
+  const double dot = ux1 * ux2 + uy1 * uy2;
+  // Turns too slight to leave a gap get nothing (compared by cosines).
+  if (dot > skip_join_cos_) return;
   const double side = cross > 0.0 ? -1.0 : 1.0;
-  const double start = std::atan2(ux1 * side, -uy1 * side);
-  const int steps = std::max(1, static_cast<int>(std::ceil(std::fabs(sweep) / join_step_)));
+  const double n1x = -uy1 * side * half_, n1y = ux1 * side * half_;
+  const double n2x = -uy2 * side * half_, n2y = ux2 * side * half_;
+  // Wound like the quads: a positive turn runs backwards.
   shapes_.Add(v.x, v.y);
-  // Wound like the quads: the arc runs backwards when the sweep is positive.
+  if (dot >= single_step_cos_) {  // one chord does: a triangle
+    if (cross > 0.0) {
+      shapes_.Add(v.x + n2x, v.y + n2y);
+      shapes_.Add(v.x + n1x, v.y + n1y);
+    } else {
+      shapes_.Add(v.x + n1x, v.y + n1y);
+      shapes_.Add(v.x + n2x, v.y + n2y);
+    }
+    shapes_.EndRing();
+    return;
+  }
+  const double sweep = std::atan2(cross, dot);
+  const double start = std::atan2(n1y, n1x);
+  const int steps = static_cast<int>(std::ceil(std::fabs(sweep) / join_step_));
   for (int k = 0; k <= steps; ++k) {
     const int i = sweep > 0.0 ? steps - k : k;
     const double a = start + sweep * i / steps;
@@ -71,7 +98,9 @@ void LineStroker::AddJoin(const PixelVertex& v, double ux1, double uy1, double u
 }
 
 void LineStroker::AddCap(const PixelVertex& v) {
-  if (cap_ == LineCap::kRound) AddDisc(v.x, v.y, half_, false, kRoundTolerance);
+  if (cap_ != LineCap::kRound) return;
+  for (const PixelVertex& p : cap_points_) shapes_.Add(v.x + p.x, v.y + p.y);
+  shapes_.EndRing();
 }
 
 void LineStroker::AddDisc(double x, double y, double radius, bool hole, double tolerance) {
@@ -125,7 +154,7 @@ void LineStroker::AddSegmentRun(const PixelVertex* points, size_t count, bool cl
       continue;
     }
     const double dx = b.x - a.x, dy = b.y - a.y;
-    const double length = std::hypot(dx, dy);
+    const double length = std::sqrt(dx * dx + dy * dy);
     if (!(length > 1e-9)) continue;
     const double ux = dx / length, uy = dy / length;
     // Liang-Barsky against the widened area.

@@ -73,7 +73,10 @@ class LineStroker {
   PixelRings shapes_;
   std::vector<PixelVertex> run_;  // a ring's edge run that wraps past its end
   double half_ = 0.5;
-  double join_step_ = 1.0;  // radians between the points of a round join
+  double join_step_ = 1.0;        // radians between the points of a round join
+  double single_step_cos_ = 0.5;  // turns with a larger cosine take one chord
+  double skip_join_cos_ = 1.0;    // turns with a larger cosine take no join
+  std::vector<PixelVertex> cap_points_;  // the cap's disc around (0, 0)
   LineCap cap_ = LineCap::kRound;
   // The area widened: segments are clipped to it.
   double left_ = 0, right_ = -1, top_ = 0, bottom_ = -1;

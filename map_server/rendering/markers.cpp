@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include "map_server/geometry/int_conversion.h"
 
@@ -83,8 +84,62 @@ void DrawIcon(DrawSurface& surface, const LoadedImage& icon, int64_t left, int64
   }
 }
 
-void DrawMarker(DrawSurface& surface, LineStroker& stroker, EdgeTables& tables, double x,
-                double y, const MarkerStyle& style) {
+void MarkerShapes::Build(int32_t type, double size, double line_width) {
+  built_ = true;
+  type_ = type;
+  size_ = size;
+  line_width_ = line_width;
+  MarkerStyle style;
+  style.size = size;
+  const SymbolFrame f = FrameOf(style, 0.0, 0.0);
+  const double w = std::clamp(std::round(line_width), kMinLineWidth, std::max(1.0, f.half));
+  const double inner = f.half - w;  // the rims' inner size; 0 or less: no hole
+  const PixelRect everywhere{std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max(),
+                             std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max()};
+
+  // Fills, inside the rims when there are rims.
+  builder_.Begin(everywhere, 1.0);
+  if (type & kMarkerBoxFill) {
+    const double h = (type & kMarkerBoxEdge) ? inner : f.half;
+    builder_.AddBox(f.cx - h, f.cy - h, f.cx + h, f.cy + h);
+  }
+  if (type & kMarkerCircleFill) {
+    builder_.AddDisc(f.cx, f.cy, (type & kMarkerCircleEdge) ? inner : f.half, false, kSymbolTolerance);
+  }
+  fills_ = builder_.shapes();
+
+  // Rims, cross and dot: one shape in the edge colour.
+  builder_.Begin(everywhere, 1.0);
+  if (type & kMarkerBoxEdge) {
+    builder_.AddBox(f.cx - f.half, f.cy - f.half, f.cx + f.half, f.cy + f.half);
+    if (inner > 0.0) builder_.AddBox(f.cx - inner, f.cy - inner, f.cx + inner, f.cy + inner, true);
+  }
+  if (type & kMarkerCircleEdge) {
+    builder_.AddDisc(f.cx, f.cy, f.half, false, kSymbolTolerance);
+    if (inner > 0.0) builder_.AddDisc(f.cx, f.cy, inner, true, kSymbolTolerance);
+  }
+  if (type & kMarkerCross) {
+    builder_.AddBox(f.cx - f.half, f.cy - w / 2, f.cx + f.half, f.cy + w / 2);
+    builder_.AddBox(f.cx - w / 2, f.cy - f.half, f.cx + w / 2, f.cy + f.half);
+  }
+  if (type & kMarkerDot) builder_.AddDisc(f.cx, f.cy, std::max(0.5, f.half / 3.0), false, kSymbolTolerance);
+  edges_ = builder_.shapes();
+}
+
+bool MarkerShapes::Fill(DrawSurface& surface, EdgeTables& tables, const PixelRings& shape, double dx,
+                        double dy, const PixelColour& colour) {
+  if (shape.ring_count() == 0) return true;
+  placed_.Clear();
+  const std::vector<PixelVertex>& points = shape.points();
+  for (size_t r = 0; r < shape.ring_count(); ++r) {
+    for (size_t i = shape.RingBegin(r); i < shape.RingEnd(r); ++i) placed_.Add(points[i].x + dx, points[i].y + dy);
+    placed_.EndRing();
+  }
+  return FillPolygons(surface, tables, placed_, colour, FillMode::kStroke);
+}
+
+void MarkerShapes::Draw(DrawSurface& surface, EdgeTables& tables, double x, double y,
+                        const MarkerStyle& style) {
   if (!(std::fabs(x) < kFar && std::fabs(y) < kFar)) return;
   const PixelRect footprint = MarkerFootprint(style, x, y);
   if (surface.location_query()) {
@@ -92,46 +147,18 @@ void DrawMarker(DrawSurface& surface, LineStroker& stroker, EdgeTables& tables, 
     return;
   }
   if (footprint.Intersect(surface.clip()).empty()) return;
-  const int32_t type = style.type;
-  const SymbolFrame f = FrameOf(style, x, y);
-  const double w = std::clamp(std::round(style.line_width), kMinLineWidth, std::max(1.0, f.half));
-  const double inner = f.half - w;  // the rims' inner size; 0 or less: no hole
-
-  // Fills, inside the rims when there are rims.
-  stroker.Begin(surface.clip(), 1.0);
-  if (type & kMarkerBoxFill) {
-    const double h = (type & kMarkerBoxEdge) ? inner : f.half;
-    stroker.AddBox(f.cx - h, f.cy - h, f.cx + h, f.cy + h);
+  const int32_t type = style.type & (kSymbolFlags | kMarkerCustomIcon);
+  const double size = std::clamp(std::round(style.size), 1.0, kMaxMarkerSize);
+  if (!built_ || type != type_ || size != size_ || style.line_width != line_width_) {
+    Build(type, size, style.line_width);
   }
-  if (type & kMarkerCircleFill) {
-    stroker.AddDisc(f.cx, f.cy, (type & kMarkerCircleEdge) ? inner : f.half, false, kSymbolTolerance);
-  }
-  stroker.Fill(surface, tables, style.fill_colour);
-
+  const int64_t px = RoundToInt64(x), py = RoundToInt64(y);
+  Fill(surface, tables, fills_, static_cast<double>(px), static_cast<double>(py), style.fill_colour);
   if ((type & kMarkerCustomIcon) && style.icon != nullptr) {
-    DrawIcon(surface, *style.icon, f.px - style.icon->width / 2, f.py - style.icon->height / 2,
+    DrawIcon(surface, *style.icon, px - style.icon->width / 2, py - style.icon->height / 2,
              style.edge_colour.alpha, style.edge_colour.trans_type);
   }
-  if (!(type & kSymbolFlags & ~(kMarkerBoxFill | kMarkerCircleFill))) return;
-
-  // Rims, cross and dot: one shape in the edge colour.
-  stroker.Begin(surface.clip(), 1.0);
-  if (type & kMarkerBoxEdge) {
-    stroker.AddBox(f.cx - f.half, f.cy - f.half, f.cx + f.half, f.cy + f.half);
-    if (inner > 0.0) stroker.AddBox(f.cx - inner, f.cy - inner, f.cx + inner, f.cy + inner, true);
-  }
-  if (type & kMarkerCircleEdge) {
-    stroker.AddDisc(f.cx, f.cy, f.half, false, kSymbolTolerance);
-    if (inner > 0.0) stroker.AddDisc(f.cx, f.cy, inner, true, kSymbolTolerance);
-  }
-  if (type & kMarkerCross) {
-    stroker.AddBox(f.cx - f.half, f.cy - w / 2, f.cx + f.half, f.cy + w / 2);
-    stroker.AddBox(f.cx - w / 2, f.cy - f.half, f.cx + w / 2, f.cy + f.half);
-  }
-  if (type & kMarkerDot) {
-    stroker.AddDisc(f.cx, f.cy, std::max(0.5, f.half / 3.0), false, kSymbolTolerance);
-  }
-  stroker.Fill(surface, tables, style.edge_colour);
+  Fill(surface, tables, edges_, static_cast<double>(px), static_cast<double>(py), style.edge_colour);
 }
 
 }  // namespace vmp

@@ -63,11 +63,28 @@ struct MarkerStyle {
 // The footprint of a marker centred at (x, y) (pixel coordinates).
 PixelRect MarkerFootprint(const MarkerStyle& style, double x, double y);
 
-// Draws the marker at (x, y); in a location query sets the surface's hit
-// flag when the footprint touches the search box. Positions that are not
-// numbers or lie far beyond the image are skipped.
-void DrawMarker(DrawSurface& surface, LineStroker& stroker, EdgeTables& tables, double x,
-                double y, const MarkerStyle& style);
+// The symbol shapes of the last style drawn, built once and moved to each
+// marker's pixel (reused arrays: drawing markers allocates nothing once the
+// shapes are built).
+class MarkerShapes {
+ public:
+  // Draws the marker at (x, y); in a location query sets the surface's hit
+  // flag when the footprint touches the search box. Positions that are not
+  // numbers or lie far beyond the image are skipped.
+  void Draw(DrawSurface& surface, EdgeTables& tables, double x, double y, const MarkerStyle& style);
+
+ private:
+  void Build(int32_t type, double size, double line_width);
+  bool Fill(DrawSurface& surface, EdgeTables& tables, const PixelRings& shape, double dx, double dy,
+            const PixelColour& colour);
+
+  bool built_ = false;
+  int32_t type_ = 0;
+  double size_ = 0, line_width_ = 0;
+  LineStroker builder_;
+  PixelRings fills_, edges_;  // around the marker's pixel (0, 0)
+  PixelRings placed_;
+};
 
 // Blends an image with its alpha (times the colour's alpha) through the
 // colour's transparency kind, its top left pixel at (left, top).

@@ -162,11 +162,11 @@ class TileSampler {
 
   static int64_t Column(const Tile& t, double lon) {
     const int64_t c = static_cast<int64_t>((lon - t.min_lon) * t.columns_per_degree);
-    return c < 0 ? 0 : c < t.width ? c : t.width - 1;
+    return c < t.width ? c : t.width - 1;
   }
   static int64_t Row(const Tile& t, double lat) {
     const int64_t r = static_cast<int64_t>((t.max_lat - lat) * t.rows_per_degree);
-    return r < 0 ? 0 : r < t.height ? r : t.height - 1;
+    return r < t.height ? r : t.height - 1;
   }
 
   // The first tile containing the point; the longitude is also tried +-360

@@ -232,7 +232,7 @@ class TileDrawer {
     for (int s = 0; s < shift_count; ++s) {
       const PixelPoint p = LatLonToPixel(geometry_, marker.y, marker.x + shifts[s]);
       if (!(p.z >= 0.0)) continue;  // far side of the globe, or outside the world
-      vmp::DrawMarker(surface_, scratch_.stroker, scratch_.edges, p.x, p.y, symbol);
+      scratch_.markers.Draw(surface_, scratch_.edges, p.x, p.y, symbol);
     }
     if (query_) {
       if (surface_.hit() && hits_ != nullptr) hits_->push_back(index);

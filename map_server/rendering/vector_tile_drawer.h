@@ -73,6 +73,7 @@ struct VectorScratch {
   PixelRings line_rings;  // open rings of a group
   RingProjector projector;
   LineStroker stroker;
+  MarkerShapes markers;
   StyleBindings bindings;
   IconCache icons;
   std::vector<const PolygonFeature*> group;
