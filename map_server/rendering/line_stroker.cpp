@@ -155,6 +155,12 @@ void LineStroker::AddSegmentRun(const PixelVertex* points, size_t count, bool cl
     }
     const double dx = b.x - a.x, dy = b.y - a.y;
     const double length = std::sqrt(dx * dx + dy * dy);
+    if (!std::isfinite(length)) {  // beyond any drawing: a break
+      if (have_previous) AddCap(previous_end);
+      have_previous = false;
+      any_segment = true;
+      continue;
+    }
     if (!(length > 1e-9)) continue;
     const double ux = dx / length, uy = dy / length;
     // Liang-Barsky against the widened area.
@@ -191,8 +197,13 @@ void LineStroker::AddSegmentRun(const PixelVertex* points, size_t count, bool cl
       }
     }
     any_segment = true;
-    const PixelVertex ca = start_clipped ? PixelVertex{a.x + t0 * dx, a.y + t0 * dy} : a;
-    const PixelVertex cb = end_clipped ? PixelVertex{a.x + t1 * dx, a.y + t1 * dy} : b;
+    // Cut points of far-away segments carry the rounding of their huge
+    // coordinates: kept within the widened area.
+    auto cut = [&](double t) {
+      return PixelVertex{std::clamp(a.x + t * dx, left_, right_), std::clamp(a.y + t * dy, top_, bottom_)};
+    };
+    const PixelVertex ca = start_clipped ? cut(t0) : a;
+    const PixelVertex cb = end_clipped ? cut(t1) : b;
     AddQuad(ca, cb, ux, uy);
     have_previous = !end_clipped;
     previous_end = b;

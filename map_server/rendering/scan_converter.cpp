@@ -184,7 +184,8 @@ bool FillPolygons(DrawSurface& surface, EdgeTables& tables, const PixelRings& ri
         if (before == 0) span_start = active[i].x;
         if (before == 0 || winding != 0) continue;
         x1 = CentreColumn(span_start);
-        x2 = CentreColumn(active[i].x) - 1;
+        x2 = CentreColumn(active[i].x);
+        if (x2 > std::numeric_limits<int64_t>::min()) --x2;
         if (x1 > x2) continue;
       }
       if (query) {
