@@ -5,6 +5,7 @@
 
 #include "map_server/geometry/conversions.h"
 #include "map_server/text/text_decode.h"
+#include "map_server/vector/attribute_map.h"
 
 namespace vmp {
 
@@ -62,7 +63,7 @@ LabelCollector::~LabelCollector() {
   if (!finished_) engine_.EndRequest();
 }
 
-bool LabelCollector::BeginLayer(const Layer& layer, bool labels_on) {
+bool LabelCollector::BeginLayer(Layer& layer, bool labels_on) {
   if (in_layer_) EndLayer();
   if (!labels_on || layer.record.layer_type != kLayerVector) return false;
   const DrawingAttributes& d = layer.record.drawing;
@@ -105,6 +106,7 @@ void LabelCollector::AddMarker(const VectorData& data, size_t index, const Marke
   if (c.text.find_first_not_of(" \t") == std::string::npos) return;
   c.settings = layers_.size() - 1;
   c.owner = {s.layer, &data, index};
+  c.priority = PriorityOf(marker, data);
   c.anchor = s.style.anchor;
   const MapGeometry& g = surface_.geometry();
   c.frame = MapTextFrame(g, marker.y, marker.x, s.style.text_type, s.style.angle);
@@ -136,6 +138,7 @@ void LabelCollector::AddPolygon(const VectorData& data, size_t index, const Feat
   if (c.text.find_first_not_of(" \t") == std::string::npos) return;
   c.settings = layers_.size() - 1;
   c.owner = {s.layer, &data, index};
+  c.priority = PriorityOf(head, data);
   c.anchor = s.style.anchor;
   const MapGeometry& g = surface_.geometry();
   LabelPoint point;
@@ -183,6 +186,27 @@ void LabelCollector::AddPolygon(const VectorData& data, size_t index, const Feat
   Submit(std::move(c));
 }
 
+int32_t LabelCollector::PriorityOf(const Feature& feature, const VectorData& data) {
+  LayerSettings& s = layers_.back();
+  int32_t priority = s.priority;
+  LayerAttributes& attributes = s.layer->record.attributes;
+  for (AttributeMap& map : attributes.attr_maps) {
+    if (map.failed || map.resource_name != "LabelPriority") continue;
+    FeatureContext context;
+    context.feature = &feature;
+    context.data = &data;
+    context.layer_name = s.layer->name;
+    context.layer = &attributes;
+    context.zoom = surface_.geometry().zoom;
+    TypedValue value;
+    if (ApplyAttributeMap(map, context, &value) && value.type == ValueType::kDouble &&
+        std::fabs(value.numbers[0]) < 2e9) {
+      priority = static_cast<int32_t>(value.numbers[0]);
+    }
+  }
+  return priority;
+}
+
 void LabelCollector::Submit(Candidate&& candidate) {
   candidate.order = order_++;
   switch (layers_[candidate.settings].layout) {
@@ -214,7 +238,7 @@ void LabelCollector::Finish() {
 
 void LabelCollector::PlaceAll(std::vector<Candidate>& candidates, bool use_layer_index) {
   std::stable_sort(candidates.begin(), candidates.end(), [&](const Candidate& a, const Candidate& b) {
-    return layers_[a.settings].priority < layers_[b.settings].priority;
+    return a.priority < b.priority;
   });
   for (const Candidate& c : candidates) Place(c, use_layer_index);
   candidates.clear();
@@ -254,7 +278,7 @@ bool LabelCollector::Place(const Candidate& c, bool use_layer_index) {
   label.bounds = bounds;
   label.x = c.x;
   label.y = c.y;
-  label.priority = s.priority;
+  label.priority = c.priority;
   label.selection_mode = s.selection_mode;
   if (use_layer_index) layer_index_.push_back(placed_.size());
   placed_.push_back(std::move(label));

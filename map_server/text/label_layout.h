@@ -11,7 +11,9 @@
 //           already drawn
 //
 // Placement order is LabelPriority (a lower number wins), then the order in
-// which candidates came; a candidate is dropped when its box, widened by its
+// which candidates came. The priority is the layer's, or per feature the
+// value of an attribute map driving LabelPriority ("ATTR MAP= prio
+// LabelPriority@4 priorities.thr ABS" with a VMP_D custom attribute "prio"); a candidate is dropped when its box, widened by its
 // layer's LayoutMargin pixels on every side, overlaps a label placed before
 // it. A marker of type 2 with its placement flag set is always placed.
 //
@@ -80,7 +82,7 @@ class LabelCollector {
   // Starts a vector layer. False when it gives no labels (`labels_on` off,
   // or neither a marker label nor a format to make one); then hand the
   // drawer no collector. Reads the layer's style, font and formats once.
-  bool BeginLayer(const Layer& layer, bool labels_on);
+  bool BeginLayer(Layer& layer, bool labels_on);
 
   // Candidates of the current layer. A marker drawn at pixel (x, y): its
   // LabelFormat expanded, or else its own label. A polygon group drawn as
@@ -100,7 +102,7 @@ class LabelCollector {
 
  private:
   struct LayerSettings {
-    const Layer* layer = nullptr;
+    Layer* layer = nullptr;
     TextStyle style;
     const LoadedFont* font = nullptr;
     std::optional<LabelFormat> marker_format;
@@ -121,9 +123,12 @@ class LabelCollector {
     TextFrame frame;
     int32_t anchor = 0;
     bool forced = false;
+    int32_t priority = 9;
     size_t order = 0;
   };
 
+  // The candidate's priority: the layer's, or its attribute map's.
+  int32_t PriorityOf(const Feature& feature, const VectorData& data);
   void Submit(Candidate&& candidate);
   void PlaceAll(std::vector<Candidate>& candidates, bool use_layer_index);
   // Lays out, tests and draws one candidate; true when it was placed.
