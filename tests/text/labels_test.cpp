@@ -66,8 +66,17 @@ TEST_F(TextFixture, LabelPixelsLieInsideTheAnchoredBox) {
         painter.Draw(surface, block, p, style, nullptr);
 
         const PixelRect bounds = p.Bounds();
-        // The anchor point is the named corner or middle of the box.
+        // The anchor point is the named corner or middle of the box, and the
+        // box edge runs round it untouched by the text or its outline.
         if (angle == 0.0) {
+          for (int64_t x = bounds.min_x; x <= bounds.max_x; ++x) {
+            ASSERT_TRUE(test::IsColour(image, x, bounds.min_y, style.box_edge_colour));
+            ASSERT_TRUE(test::IsColour(image, x, bounds.max_y, style.box_edge_colour));
+          }
+          for (int64_t y = bounds.min_y; y <= bounds.max_y; ++y) {
+            ASSERT_TRUE(test::IsColour(image, bounds.min_x, y, style.box_edge_colour));
+            ASSERT_TRUE(test::IsColour(image, bounds.max_x, y, style.box_edge_colour));
+          }
           if (HorizontalAnchor(anchor) == kAnchorHLeft) {
             EXPECT_EQ(bounds.min_x, 130);
           }
