@@ -65,7 +65,8 @@ LabelCollector::~LabelCollector() {
 
 bool LabelCollector::BeginLayer(Layer& layer, bool labels_on) {
   if (in_layer_) EndLayer();
-  if (!labels_on || layer.record.layer_type != kLayerVector) return false;
+  const bool grid = layer.record.layer_type == kLayerGrid && layer.record.grid.labels != 0;
+  if (!labels_on || (layer.record.layer_type != kLayerVector && !grid)) return false;
   const DrawingAttributes& d = layer.record.drawing;
   LayerSettings s;
   s.layer = &layer;
@@ -183,6 +184,21 @@ void LabelCollector::AddPolygon(const VectorData& data, size_t index, const Feat
     const LatLonPoint ll = PixelToLatLon(g, point.x, g.projection == kOrthographicProjection ? g.height_m1 - point.y : point.y);
     c.frame = ll.ok ? MapTextFrame(g, ll.lat, ll.lon, s.style.text_type, s.style.angle) : FlatFrame(s.style.angle);
   }
+  Submit(std::move(c));
+}
+
+void LabelCollector::AddText(std::string_view text, double x, double y, double angle) {
+  if (!in_layer_ || text.find_first_not_of(" \t") == std::string_view::npos) return;
+  const LayerSettings& s = layers_.back();
+  Candidate c;
+  c.text = std::string(text);
+  c.settings = layers_.size() - 1;
+  c.owner = {s.layer, nullptr, 0};
+  c.priority = s.priority;
+  c.anchor = s.style.anchor;
+  c.frame = FlatFrame(angle);
+  c.x = x;
+  c.y = y;
   Submit(std::move(c));
 }
 

@@ -53,7 +53,9 @@ enum LayoutType : int64_t { kLayoutNone = 0, kLayoutLayer = 1, kLayoutGlobal = 2
 // The feature a label belongs to.
 struct LabelOwner {
   const Layer* layer = nullptr;
-  const VectorData* data = nullptr;  // the tile's data (valid while the render holds its tiles)
+  // The tile's data (valid while the render holds its tiles); null for a
+  // label that is not a feature's (AddText).
+  const VectorData* data = nullptr;
   size_t feature = 0;                // index in data->features
 };
 
@@ -79,9 +81,10 @@ class LabelCollector {
   LabelCollector(const LabelCollector&) = delete;
   LabelCollector& operator=(const LabelCollector&) = delete;
 
-  // Starts a vector layer. False when it gives no labels (`labels_on` off,
-  // or neither a marker label nor a format to make one); then hand the
-  // drawer no collector. Reads the layer's style, font and formats once.
+  // Starts a vector layer (or a grid layer with GridLabels on). False when
+  // it gives no labels (`labels_on` off, a label format in error, no font);
+  // then hand the drawer no collector. Reads the layer's style, font and
+  // formats once.
   bool BeginLayer(Layer& layer, bool labels_on);
 
   // Candidates of the current layer. A marker drawn at pixel (x, y): its
@@ -91,6 +94,11 @@ class LabelCollector {
   void AddMarker(const VectorData& data, size_t index, const MarkerFeature& marker, double x, double y);
   void AddPolygon(const VectorData& data, size_t index, const Feature& head, const PixelRings& rings,
                   double lon_shift);
+
+  // A text of the current layer at pixel (x, y), turned by `angle` degrees
+  // (FLAT), anchored by the layer's TextAnchor: for labels that are not
+  // features' (grid labels). `text` is in the dataset's encoding.
+  void AddText(std::string_view text, double x, double y, double angle);
 
   // Ends the current layer (places and draws its LAYER candidates).
   void EndLayer();

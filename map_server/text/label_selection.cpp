@@ -21,6 +21,7 @@ std::vector<const PlacedLabel*> SelectLabels(std::span<const PlacedLabel> labels
   const double y0 = static_cast<double>(search_box.min_y), y1 = static_cast<double>(search_box.max_y) + 1.0;
   const PixelVertex box[4] = {{x0, y0}, {x1, y0}, {x1, y1}, {x0, y1}};
   for (const PlacedLabel& label : labels) {
+    if (label.owner.data == nullptr) continue;  // not a feature's label
     if (EffectiveLabelSelectionMode(request_mode, label.selection_mode) == kSelectLabelsNone) continue;
     if (BoxesOverlap(label.corners, 0.0, box)) selected.push_back(&label);
   }

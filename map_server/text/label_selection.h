@@ -38,8 +38,8 @@ enum LabelSelectionMode : int32_t {
 // The mode that applies to a layer (see above): 0, 1 or 2.
 int32_t EffectiveLabelSelectionMode(int32_t request_mode, int32_t layer_mode);
 
-// The labels, in drawing order, whose layer's effective mode is not NONE
-// and whose box touches `search_box`.
+// The features' labels, in drawing order, whose layer's effective mode is
+// not NONE and whose box touches `search_box`.
 std::vector<const PlacedLabel*> SelectLabels(std::span<const PlacedLabel> labels, const PixelRect& search_box,
                                              int32_t request_mode);
 

@@ -247,21 +247,27 @@ void TextPainter::RenderMask(const TextBlock& block, GlyphCache* cache) {
   }
   halo_mask_.clear();
   if (block.halo <= 0) return;
+  // Square dilation by the radius, separably: rows into the halo mask,
+  // then columns back through a scratch column.
   halo_mask_.assign(size, 0);
   const int r = block.halo;
+  const size_t w = static_cast<size_t>(mask_width_);
   for (int y = 0; y < mask_height_; ++y) {
+    const uint8_t* src = text_mask_.data() + static_cast<size_t>(y) * w;
+    uint8_t* dst = halo_mask_.data() + static_cast<size_t>(y) * w;
     for (int x = 0; x < mask_width_; ++x) {
       uint8_t best = 0;
-      for (int dy = -r; dy <= r; ++dy) {
-        const int yy = y + dy;
-        if (yy < 0 || yy >= mask_height_) continue;
-        for (int dx = -r; dx <= r; ++dx) {
-          const int xx = x + dx;
-          if (xx < 0 || xx >= mask_width_ || dx * dx + dy * dy > r * r + 1) continue;
-          best = std::max(best, text_mask_[static_cast<size_t>(yy) * static_cast<size_t>(mask_width_) + static_cast<size_t>(xx)]);
-        }
-      }
-      halo_mask_[static_cast<size_t>(y) * static_cast<size_t>(mask_width_) + static_cast<size_t>(x)] = best;
+      for (int xx = std::max(0, x - r); xx <= std::min(mask_width_ - 1, x + r); ++xx) best = std::max(best, src[xx]);
+      dst[x] = best;
+    }
+  }
+  column_.resize(static_cast<size_t>(mask_height_));
+  for (int x = 0; x < mask_width_; ++x) {
+    for (int y = 0; y < mask_height_; ++y) column_[static_cast<size_t>(y)] = halo_mask_[static_cast<size_t>(y) * w + static_cast<size_t>(x)];
+    for (int y = 0; y < mask_height_; ++y) {
+      uint8_t best = 0;
+      for (int yy = std::max(0, y - r); yy <= std::min(mask_height_ - 1, y + r); ++yy) best = std::max(best, column_[static_cast<size_t>(yy)]);
+      halo_mask_[static_cast<size_t>(y) * w + static_cast<size_t>(x)] = best;
     }
   }
 }
@@ -288,6 +294,14 @@ void TextPainter::Draw(DrawSurface& surface, const TextBlock& block, const TextP
     colour.alpha *= std::min(1.0, coverage);
     SetMapPixel(surface, x, y, colour);
   };
+  // A screen-aligned box at a whole-pixel origin maps pixels onto texels.
+  const bool aligned = f.IsIdentity() && placement.origin_x == std::floor(placement.origin_x) &&
+                       placement.origin_y == std::floor(placement.origin_y);
+  const size_t mw = static_cast<size_t>(mask_width_);
+  auto coverage = [&](const std::vector<uint8_t>& mask, double tx, double ty) {
+    if (aligned) return mask[static_cast<size_t>(ty) * mw + static_cast<size_t>(tx)] / 255.0;
+    return Sample(mask, mask_width_, mask_height_, tx, ty) / 255.0;
+  };
   for (int64_t y = rect.min_y; y <= rect.max_y; ++y) {
     for (int64_t x = rect.min_x; x <= rect.max_x; ++x) {
       const double px = x + 0.5 - placement.origin_x, py = y + 0.5 - placement.origin_y;
@@ -299,9 +313,9 @@ void TextPainter::Draw(DrawSurface& surface, const TextBlock& block, const TextP
         blend(x, y, style.box_edge_colour, 1.0);
       }
       if (block.halo > 0) {
-        blend(x, y, style.outline_colour, Sample(halo_mask_, mask_width_, mask_height_, tx, ty) / 255.0);
+        blend(x, y, style.outline_colour, coverage(halo_mask_, tx, ty));
       }
-      blend(x, y, style.colour, Sample(text_mask_, mask_width_, mask_height_, tx, ty) / 255.0);
+      blend(x, y, style.colour, coverage(text_mask_, tx, ty));
     }
   }
 }

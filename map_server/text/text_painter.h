@@ -80,6 +80,7 @@ class TextPainter {
 
   std::vector<uint8_t> text_mask_;  // upright coverage, block.width x block.height
   std::vector<uint8_t> halo_mask_;
+  std::vector<uint8_t> column_;
   int mask_width_ = 0;
   int mask_height_ = 0;
 };
