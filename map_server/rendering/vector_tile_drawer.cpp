@@ -6,6 +6,7 @@
 #include "map_server/rendering/basic_symbols.h"
 #include "map_server/rendering/pixel_writer.h"
 #include "map_server/rendering/view_region.h"
+#include "map_server/text/label_layout.h"
 #include "map_server/vector/attr_match.h"
 #include "toolkit/message_log.h"
 
@@ -24,7 +25,7 @@ class TileDrawer {
  public:
   TileDrawer(DrawSurface& surface, VectorScratch& scratch, Layer& layer, const VectorData& data,
              const OverrideConditions& override_conditions, VectorDrawStats& stats,
-             std::vector<size_t>* hits)
+             std::vector<size_t>* hits, LabelCollector* labels)
       : surface_(surface),
         scratch_(scratch),
         layer_(layer),
@@ -32,6 +33,7 @@ class TileDrawer {
         override_(override_conditions),
         stats_(stats),
         hits_(hits),
+        labels_(labels),
         geometry_(surface.geometry()),
         view_(surface.geometry(), surface.active_rect()),
         style_(VectorStyleOf(layer.record)),
@@ -135,6 +137,7 @@ class TileDrawer {
         scratch_.projector.Project(geometry_, group, shifts[s], scratch_.rings);
         FillPolygons(surface_, scratch_.edges, scratch_.rings, style_.fill_colour);
         if (!surface_.hit() && style_.edges) DrawRingEdges(surface_, scratch_.rings, style_.edge_colour);
+        if (labels_ != nullptr) labels_->AddPolygon(data_, first, *group.front(), scratch_.rings, shifts[s]);
       }
       if (surface_.hit() && hits_ != nullptr) hits_->push_back(first);
       surface_.set_hit(earlier_hit || surface_.hit());
@@ -145,6 +148,7 @@ class TileDrawer {
       scratch_.projector.Project(geometry_, group, shifts[s], scratch_.rings);
       if (style_.fill) FillPolygons(surface_, scratch_.edges, scratch_.rings, style_.fill_colour);
       if (style_.edges) DrawRingEdges(surface_, scratch_.rings, style_.edge_colour);
+      if (labels_ != nullptr) labels_->AddPolygon(data_, first, *group.front(), scratch_.rings, shifts[s]);
     }
     ++stats_.polygons;
     stats_.points += points;
@@ -164,6 +168,7 @@ class TileDrawer {
       const PixelPoint p = LatLonToPixel(geometry_, marker.y, marker.x + shifts[s]);
       if (!(p.z >= 0.0)) continue;  // far side of the globe, or outside the world
       DrawMarkerSquare(surface_, p.x, p.y, style_.marker_size, style_.marker_colour);
+      if (labels_ != nullptr) labels_->AddMarker(data_, index, marker, p.x, p.y);
     }
     if (query_) {
       if (surface_.hit() && hits_ != nullptr) hits_->push_back(index);
@@ -180,6 +185,7 @@ class TileDrawer {
   const OverrideConditions& override_;
   VectorDrawStats& stats_;
   std::vector<size_t>* hits_;
+  LabelCollector* labels_;
   const MapGeometry& geometry_;
   const ViewRegion view_;
   const VectorLayerStyle style_;
@@ -225,12 +231,12 @@ VectorLayerStyle VectorStyleOf(const LayerRecord& record) {
 
 bool DrawVectorTile(DrawSurface& surface, VectorScratch& scratch, Layer& layer,
                     const VectorData& data, const OverrideConditions& override_conditions,
-                    VectorDrawStats& stats, std::vector<size_t>* hits) {
+                    VectorDrawStats& stats, std::vector<size_t>* hits, LabelCollector* labels) {
   if (!surface.location_query() && !IsKnownTransType(layer.record.trans_type)) {
     ReportUnknownTransType(layer.record.trans_type);
     return false;
   }
-  TileDrawer(surface, scratch, layer, data, override_conditions, stats, hits).Run();
+  TileDrawer(surface, scratch, layer, data, override_conditions, stats, hits, labels).Run();
   return true;
 }
 
