@@ -47,28 +47,34 @@ TEST(ImageLoaderTest, Layouts) {
   const uint32_t w = 45, h = 70;
   const Bytes rgb = test::Pattern(w, h, 3), gray = test::Pattern(w, h, 1);
   const std::vector<png_color> palette = {{255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {9, 8, 7}};
-  Bytes indices(w * h), palette_rgb, palette_rgba, gray_rgba, flipped(rgb.size()), smooth(rgb.size());
-  Bytes rgba = test::Pattern(w, h, 4), smooth_gray(w * h);
+  Bytes indices(w * h), palette_rgb, palette_rgba, gray_rgba, flipped(rgb.size());
+  Bytes rgba = test::Pattern(w, h, 4), smooth(rgb.size()), smooth_gray(w * h);
   std::vector<int16_t> dem(w * h);
   for (size_t i = 0; i < indices.size(); ++i) {
     const png_color& c = palette[indices[i] = static_cast<uint8_t>(i % 4)];
     palette_rgb.insert(palette_rgb.end(), {c.red, c.green, c.blue});
-    palette_rgba.insert(palette_rgba.end(), {c.red, c.green, c.blue, uint8_t(i % 4 == 1 ? 0 : 255)});
-    gray_rgba.insert(gray_rgba.end(), {gray[i], gray[i], gray[i], uint8_t(gray[i] == gray[5] ? 0 : 255)});
+    const uint8_t palette_alpha = i % 4 == 1 ? 0 : 255, gray_alpha = gray[i] == gray[5] ? 0 : 255;
+    palette_rgba.insert(palette_rgba.end(), {c.red, c.green, c.blue, palette_alpha});
+    gray_rgba.insert(gray_rgba.end(), {gray[i], gray[i], gray[i], gray_alpha});
     // Alpha 0 and 255 come back exactly (colour under alpha 0 as 0).
     rgba[i * 4 + 3] = i % 3 == 0 ? 0 : 255;
     if (i % 3 == 0) rgba[i * 4] = rgba[i * 4 + 1] = rgba[i * 4 + 2] = 0;
     dem[i] = static_cast<int16_t>(int(i) * 37 - 5000);
-    for (int s = 0; s < 3; ++s) smooth[i * 3 + s] = static_cast<uint8_t>(20 + i % w + i / w + s * 30);
+    for (int s = 0; s < 3; ++s) smooth[i * 3 + s] = uint8_t(20 + i % w + i / w + s * 30);
     smooth_gray[i] = smooth[i * 3];
   }
-  for (uint32_t y = 0; y < h; ++y) std::memcpy(&flipped[y * w * 3], &rgb[(h - 1 - y) * w * 3], w * 3);
-  const TiffLayout dem_strips{.width = w, .height = h, .samples = 1, .bits = 16, .photometric = PHOTOMETRIC_MINISBLACK,
-                              .compression = COMPRESSION_ADOBE_DEFLATE, .sample_format = SAMPLEFORMAT_INT, .rows_per_strip = 8};
+  for (uint32_t y = 0; y < h; ++y)
+    std::memcpy(&flipped[y * w * 3], &rgb[(h - 1 - y) * w * 3], w * 3);
+  const TiffLayout dem_strips{.width = w, .height = h, .samples = 1, .bits = 16,
+                              .photometric = PHOTOMETRIC_MINISBLACK,
+                              .compression = COMPRESSION_ADOBE_DEFLATE,
+                              .sample_format = SAMPLEFORMAT_INT, .rows_per_strip = 8};
   TiffLayout dem_tiles = dem_strips;
   dem_tiles.tile_size = 32;
   auto writer = [&](const void* data, int kind, bool alpha, bool is_signed = false) -> Maker {
-    return [=](const std::string& p) { return VmpWriteTiff(nullptr, p, data, w, h, kind, alpha, is_signed); };
+    return [=](const std::string& p) {
+      return VmpWriteTiff(nullptr, p, data, w, h, kind, alpha, is_signed);
+    };
   };
   struct Case {
     const char* file;  // the name's ending gives the format, in any letter case
@@ -83,7 +89,7 @@ TEST(ImageLoaderTest, Layouts) {
       {"rgb.png", Png({w, h, PNG_COLOR_TYPE_RGB, 8, w * 3}, rgb), kPngFormat, 3, false, false, rgb.data(), 0},
       {"interlaced.png", Png({w, h, PNG_COLOR_TYPE_RGB, 8, w * 3, true}, rgb), kPngFormat, 3, false, false, rgb.data(), 0},
       {"rgba.png", Png({w, h, PNG_COLOR_TYPE_RGBA, 8, w * 4}, rgba), kPngFormat, 4, false, false, rgba.data(), 0},
-      // A palette decodes to RGB, or RGBA when it has transparency; so does gray with a transparent value.
+      // A palette decodes to RGB, or RGBA with transparency (as gray does).
       {"palette.png", Png({w, h, PNG_COLOR_TYPE_PALETTE, 8, w, false, palette}, indices), kPngFormat, 3, false, false,
        palette_rgb.data(), 0},
       {"alpha.png", Png({w, h, PNG_COLOR_TYPE_PALETTE, 8, w, false, palette, {255, 0}}, indices), kPngFormat, 4, false,
@@ -120,8 +126,9 @@ TEST(ImageLoaderTest, Layouts) {
     EXPECT_EQ(image.has_alpha, c.samples == 4);
     EXPECT_EQ(image.elevation, c.elevation);
     EXPECT_EQ(image.signed_elevation, c.signed_elevation);
-    const auto* loaded = c.elevation ? reinterpret_cast<const uint8_t*>(image.elevation_samples.data())
-                                     : image.pixels.data();
+    const auto* loaded = c.elevation
+                             ? reinterpret_cast<const uint8_t*>(image.elevation_samples.data())
+                             : image.pixels.data();
     const auto* expected = static_cast<const uint8_t*>(c.expected);
     int worst = 0;
     for (size_t i = 0; i < w * h * (c.elevation ? 2 : c.samples); ++i)
@@ -142,7 +149,9 @@ TEST(ImageLoaderTest, Refusals) {
   };
   const Maker rgb_png = Png({.width = w, .height = h, .row_bytes = w * 3}, zeros);
   const Maker jpeg = [&](auto& p) { return WriteMapJpeg(nullptr, p, rgb.data(), w, h); };
-  const Maker rgb_tiff = [&](auto& p) { return VmpWriteTiff(nullptr, p, rgb.data(), w, h, 0, false); };
+  const Maker rgb_tiff = [&](auto& p) {
+    return VmpWriteTiff(nullptr, p, rgb.data(), w, h, 0, false);
+  };
   auto bytes = [](std::string contents) -> Maker {
     return [=](const std::string& p) { return WriteBytes(p, contents); };
   };
@@ -156,7 +165,8 @@ TEST(ImageLoaderTest, Refusals) {
       return WriteBytes(p, all.substr(0, keep >= 0 ? keep : all.size() + keep));
     };
   };
-  const std::string jpeg_error = "Error: Error reading JPEG image: ", tiff_error = "Error: Error reading TIFF image: ";
+  const std::string jpeg_error = "Error: Error reading JPEG image: ";
+  const std::string tiff_error = "Error: Error reading TIFF image: ";
   const std::string png_error = "Error reading PNG file.";  // through the toolkit: no path
   const std::string png_rows = "Internal Error: PNG row size mismatch.";
   struct Case {
@@ -229,7 +239,8 @@ TEST(ImageLoaderTest, SizeLimitAndReports) {
                {"t.tif", saved, 6, true, true, false},   {"t.tif", saved, -2, true, false, false},
                {"j.jpg", saved, -3, true, false, true}};
   for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.file) + " " + std::to_string(c.limit) + " " + std::to_string(c.verbosity));
+    SCOPED_TRACE(std::string(c.file) + " " + std::to_string(c.limit) + " " +
+                 std::to_string(c.verbosity));
     MessageCapture capture;
     ImageFiles().max_image_bytes = c.limit;
     kav::Messages().verbosity = c.verbosity;
@@ -251,22 +262,20 @@ TEST(ImageLoaderTest, UnpremultiplySwitch) {
   const std::string path = dir / "alpha.tif";
   auto load = [&](const Bytes& pixels, std::vector<uint16_t> extra) {
     const uint32_t width = static_cast<uint32_t>(pixels.size() / 4);
-    EXPECT_TRUE(test::WriteTiff(path, {.width = width, .height = 1, .samples = 4, .extra_samples = extra},
-                                pixels.data()));
+    const TiffLayout layout{.width = width, .height = 1, .samples = 4, .extra_samples = extra};
+    EXPECT_TRUE(test::WriteTiff(path, layout, pixels.data()));
     LoadedImage image;
     EXPECT_TRUE(LoadImageFile(path, kImageFormatFromName, false, image));
     return PixelsOf(image);
   };
   // (100, 50, 0, 128) as libtiff hands it over, from three files: associated
   // alpha, no ExtraSamples tag, and unassociated (199, 99, 0, 128).
-  struct File {
-    std::vector<uint16_t> extra;
-    Bytes pixel;
-    bool warned;
-  } files[] = {{{EXTRASAMPLE_ASSOCALPHA}, {100, 50, 0, 128}, true},
-               {{}, {100, 50, 0, 128}, true},
-               {{EXTRASAMPLE_UNASSALPHA}, {199, 99, 0, 128}, false}};
+  struct File { std::vector<uint16_t> extra; Bytes pixel; bool warned; } files[] = {
+      {{EXTRASAMPLE_ASSOCALPHA}, {100, 50, 0, 128}, true},
+      {{}, {100, 50, 0, 128}, true},
+      {{EXTRASAMPLE_UNASSALPHA}, {199, 99, 0, 128}, false}};
   const Bytes on = {199, 99, 0, 128}, off = {100, 50, 0, 128};
+  const std::string warning = "Warning: Unsupported TIFF associated alpha mode.: " + path;
   for (const char* env : {(const char*)nullptr, "true", "false", "no"}) {
     if (env)
       setenv("VMP_UNMULTIPLY_TIFF_ALPHA", env, 1);
@@ -277,9 +286,8 @@ TEST(ImageLoaderTest, UnpremultiplySwitch) {
       SCOPED_TRACE(std::string(env ? env : "unset") + (f.warned ? " warned" : ""));
       MessageCapture capture;
       EXPECT_EQ(load(f.pixel, f.extra), env && std::string(env) == "false" ? off : on);
-      EXPECT_EQ(capture.Texts(),
-                f.warned ? std::vector<std::string>{"Warning: Unsupported TIFF associated alpha mode.: " + path}
-                         : std::vector<std::string>{});
+      EXPECT_EQ(capture.Texts(), f.warned ? std::vector<std::string>{warning}
+                                          : std::vector<std::string>{});
     }
   }
   setenv("VMP_UNMULTIPLY_TIFF_ALPHA", "false", 1);  // fixed on first use: ignored now
@@ -288,9 +296,11 @@ TEST(ImageLoaderTest, UnpremultiplySwitch) {
   // The arithmetic: sample * 255 / alpha for alpha 1..254, at most 255.
   unsetenv("VMP_UNMULTIPLY_TIFF_ALPHA");
   ImageFiles().unmultiply_tiff_alpha.reset();
-  EXPECT_EQ(load({1, 1, 0, 1, 10, 20, 30, 0, 10, 20, 30, 255, 200, 129, 128, 128, 127, 0, 254, 254},
-                 {EXTRASAMPLE_ASSOCALPHA}),
-            (Bytes{255, 255, 0, 1, 10, 20, 30, 0, 10, 20, 30, 255, 255, 255, 255, 128, 127, 0, 255, 254}));
+  const Bytes in = {1, 1, 0, 1,   10, 20, 30, 0,   10, 20, 30, 255,
+                    200, 129, 128, 128,   127, 0, 254, 254};
+  const Bytes out = {255, 255, 0, 1,   10, 20, 30, 0,   10, 20, 30, 255,
+                     255, 255, 255, 128,   127, 0, 255, 254};
+  EXPECT_EQ(load(in, {EXTRASAMPLE_ASSOCALPHA}), out);
   ImageFiles().unmultiply_tiff_alpha.reset();
 }
 

@@ -65,7 +65,8 @@ TEST(JpegWriterTest, MapImageIsBaselineQuality85) {
   // tables by 200 - 2 * 85 = 30 percent, rounded, 1..255 (baseline).
   std::vector<int> expected = {512, 512, 3, JCS_YCbCr, 0, 2, 2, 1, 1};
   for (const int* table : {kLuminance, kChrominance})
-    for (int i = 0; i < 64; ++i) expected.push_back(std::clamp(((table[i] ? table[i] : 99) * 30 + 50) / 100, 1, 255));
+    for (int i = 0; i < 64; ++i)
+      expected.push_back(std::clamp(((table[i] ? table[i] : 99) * 30 + 50) / 100, 1, 255));
   EXPECT_EQ(JpegFacts(stream), expected);
   std::fclose(stream);
   EXPECT_TRUE(capture.messages().empty());
@@ -139,12 +140,13 @@ TEST(TiffWriterTest, TagsOfEachKind) {
     TIFF* tif = TIFFOpen((dir / "t.tif").c_str(), "r");
     ASSERT_NE(tif, nullptr);
     std::vector<uint32_t> tags;
-    for (uint32_t tag : {TIFFTAG_SAMPLESPERPIXEL, TIFFTAG_BITSPERSAMPLE, TIFFTAG_PHOTOMETRIC, TIFFTAG_IMAGEWIDTH,
-                         TIFFTAG_IMAGELENGTH, TIFFTAG_ROWSPERSTRIP, TIFFTAG_COMPRESSION, TIFFTAG_PLANARCONFIG,
-                         TIFFTAG_ORIENTATION}) {
+    for (uint32_t tag : {TIFFTAG_SAMPLESPERPIXEL, TIFFTAG_BITSPERSAMPLE, TIFFTAG_PHOTOMETRIC,
+                         TIFFTAG_IMAGEWIDTH, TIFFTAG_IMAGELENGTH, TIFFTAG_ROWSPERSTRIP,
+                         TIFFTAG_COMPRESSION, TIFFTAG_PLANARCONFIG, TIFFTAG_ORIENTATION}) {
       uint32_t value32 = 0;
       uint16_t value16 = 0;
-      const bool wide = tag == TIFFTAG_IMAGEWIDTH || tag == TIFFTAG_IMAGELENGTH || tag == TIFFTAG_ROWSPERSTRIP;
+      const bool wide =
+          tag == TIFFTAG_IMAGEWIDTH || tag == TIFFTAG_IMAGELENGTH || tag == TIFFTAG_ROWSPERSTRIP;
       TIFFGetField(tif, tag, wide ? static_cast<void*>(&value32) : static_cast<void*>(&value16));
       tags.push_back(wide ? value32 : value16);
     }

@@ -41,11 +41,7 @@ TEST(AttrConditionTest, Parse) {
   const std::string op_error = "Error: Invalid condition op in attribute condition";
   const std::string bool_error = "Error: Invalid boolean op in attribute condition";
   const std::string quote_error = "Error: Unterminated quote character in a quoted string";
-  struct Case {
-    std::string text;
-    bool ok;
-    Texts shape, messages;
-  } cases[] = {
+  struct Case { std::string text; bool ok; Texts shape, messages; } cases[] = {
       // clang-format off
       {" \t\r\n", true, {}, {}},
       {"@1==a && @1!=b && @1>c && @1>=d && @1<e && @1<=f", true,
@@ -147,11 +143,7 @@ TEST(AttrMatchTest, Conditions) {
   const std::string mismatch = "Error: Skipping condition with attribute types mismatch: roads";
   const std::string negative = "Error: Negative attribute index in attribute condition: roads";
   const std::string bad_value = "Error: Invalid D-value in attribute condition.: abc";
-  struct Case {
-    const char* text;
-    bool match;
-    Texts messages;
-  } cases[] = {
+  struct Case { const char* text; bool match; Texts messages; } cases[] = {
       // clang-format off
       {"@0==\"Main St\"", true, {}},  {"@0==Main*", true, {}},      {"@0==main*", false, {}},
       {"@0==M?in?St", true, {}},      {"@0==Main", false, {}},      {"@0!=Main*", false, {}},

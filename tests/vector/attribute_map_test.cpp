@@ -16,7 +16,9 @@ namespace {
 using test::MessageCapture;
 using Texts = std::vector<std::string>;
 
-Threshold D2S(double in, const char* out) { return {TypedValue::Double(in), TypedValue::String(out)}; }
+Threshold D2S(double in, const char* out) {
+  return {TypedValue::Double(in), TypedValue::String(out)};
+}
 Threshold S2D(std::optional<std::string> in, double out) {
   return {TypedValue::String(std::move(in)), TypedValue::Double(out)};
 }
@@ -43,11 +45,13 @@ struct LayerFixture {
                    CustomAttributeFields{102, "color_class", "VMP_D"}}) {
       EXPECT_TRUE(AddCustomAttribute(layer, f, "roads"));
     }
-    context = {.feature = data.features[0].get(), .data = &data, .layer_name = "roads", .layer = &layer};
+    context = {.feature = data.features[0].get(), .data = &data, .layer_name = "roads",
+               .layer = &layer};
   }
   bool AddMap(const std::string& attribute, const std::string& resource, const char* kind,
               ThresholdTable table) {
-    return AddAttributeMap(layer, {attribute, resource, "t.thr", kind, std::move(table)}, false, "roads");
+    return AddAttributeMap(layer, {attribute, resource, "t.thr", kind, std::move(table)}, false,
+                           "roads");
   }
   const Attribute* Get(int64_t index) { return GetFeatureAttribute(context, index, true, true); }
   std::string Word(int64_t index) {
@@ -112,8 +116,10 @@ TEST(AttributeMapTest, ThresholdSelection) {
   // Numbers: the last entry at or below the input (the first below them all).
   LayerFixture f;
   ASSERT_TRUE(f.AddMap("size_word", "TextFont", "ABS", kZoomTable));
-  for (auto [zoom, word] : std::vector<std::pair<double, const char*>>{
-           {-1, "small"}, {0, "small"}, {4.9, "small"}, {5, "mid"}, {9, "mid"}, {10, "big"}, {1e9, "big"}}) {
+  const std::pair<double, const char*> zooms[] = {{-1, "small"}, {0, "small"}, {4.9, "small"},
+                                                  {5, "mid"},    {9, "mid"},   {10, "big"},
+                                                  {1e9, "big"}};
+  for (auto [zoom, word] : zooms) {
     f.context.zoom = zoom;
     EXPECT_EQ(f.Word(100), word) << zoom;
     AttrConditionList list;  // conditions see the computed value
@@ -141,7 +147,8 @@ TEST(AttributeMapTest, ThresholdSelection) {
   LayerFixture g;
   ASSERT_TRUE(g.AddMap("size_word", "TextFont@0", "ABS", kZoomTable));  // S input, D table
   EXPECT_EQ(g.Get(100), nullptr);
-  EXPECT_EQ(capture.Texts(), Texts{"Error: Threshold input type does not match type of attribute!: roads"});
+  EXPECT_EQ(capture.Texts(),
+            Texts{"Error: Threshold input type does not match type of attribute!: roads"});
 }
 
 TEST(AttributeMapTest, RandomAndRelativeInputs) {
@@ -166,15 +173,15 @@ TEST(AttributeMapTest, RandomAndRelativeInputs) {
 }
 
 TEST(AttributeMapTest, NonVectorLayersTakeOnlyAbsoluteSpecialInputs) {
-  struct Case {
-    const char *resource, *kind;
-    bool gives_value;
-    Texts messages;
-  } cases[] = {
+  const std::string absolute_only =
+      "Error: Only absolute attribute maps are supported for non-vector layers.: roads";
+  const std::string zoom_only =
+      "Error: Only zoom-based attribute maps are supported for non-vector layers.: roads";
+  struct Case { const char *resource, *kind; bool gives_value; Texts messages; } cases[] = {
       {"TextFont", "ABS", true, {}},
       {"TextFont@RANDOM", "ABS", true, {}},
-      {"TextFont", "REL", false, {"Error: Only absolute attribute maps are supported for non-vector layers.: roads"}},
-      {"TextFont@1", "ABS", false, {"Error: Only zoom-based attribute maps are supported for non-vector layers.: roads"}},
+      {"TextFont", "REL", false, {absolute_only}},
+      {"TextFont@1", "ABS", false, {zoom_only}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.resource + std::string(" ") + c.kind);

@@ -31,7 +31,8 @@ TEST(TvfReaderTest, FilesAndTheirMessages) {
   const std::string ascii = "69c 2 0 ", binary = "69c 2 1 ", marker = "\r\n7 1 0 0 1 2 ";
   const std::string long_ok(1024, 'a'), too_long(1025, 'a');
   const std::string version =
-      "Error: The version number could not be read or is greater than version of the software: mem.tvf";
+      "Error: The version number could not be read or is greater than version of the software: "
+      "mem.tvf";
   const std::string points = "Error: Error reading polygon points: mem.tvf";
   const std::string bad_attribute = "Error: Bad attribute: mem.tvf";
   const std::string string_length = "Error: String is too long (length > 1024)";
@@ -132,11 +133,7 @@ TEST(TvfReaderTest, IndexMapsGroupsAndPointSlots) {
 
 TEST(TvfReaderTest, ParseTvfNumber) {
   const double inf = HUGE_VAL;
-  struct Case {
-    const char* text;
-    bool ok;
-    double value;
-  } cases[] = {
+  struct Case { const char* text; bool ok; double value; } cases[] = {
       {"150", true, 150},    {"1.5e2", true, 150},  {"1.5E+2", true, 150},  {"-2.5", true, -2.5},
       {"+3", true, 3},       {".5", true, 0.5},     {"5.", true, 5},        {"1e-2", true, 0.01},
       {"1e0", true, 1},      {"  \r\n\t7\t", true, 7},

@@ -16,9 +16,9 @@
 
 namespace vmp::test {
 
-inline std::unique_ptr<PolygonFeature> MakePolygon(int8_t flag,
-                                                   std::vector<std::pair<double, double>> points,
-                                                   std::vector<Attribute> attributes = {}) {
+inline std::unique_ptr<PolygonFeature> MakePolygon(
+    int8_t flag, std::vector<std::pair<double, double>> points,
+    std::vector<Attribute> attributes = {}) {
   auto polygon = std::make_unique<PolygonFeature>();
   polygon->flag = flag;
   for (auto [x, y] : points) polygon->points.push_back({x, y, 0.0});
