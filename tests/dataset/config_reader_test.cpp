@@ -108,13 +108,6 @@ TEST(ConfigReaderTest, WordsAndNumbers) {
   EXPECT_EQ(color, (Rgb{0.1, 0.2, 0.3}));
 }
 
-TEST(ConfigReaderTest, MessagesInsideIncludedFilesAreFollowed) {
-  test::MessageCapture capture;
-  ConfigContext{"main.lif", "common.inc"}.CannotRead("FILL TYPE");
-  EXPECT_EQ(capture.Texts(), (Texts{"Error: main.lif: cannot read: FILL TYPE",
-                                    "Error: In included file: common.inc"}));
-}
-
 TEST(ConfigReaderTest, LoadingFiles) {
   test::TempDir dir;
   ConfigFile file;

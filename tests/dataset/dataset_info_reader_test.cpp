@@ -151,7 +151,8 @@ TEST(DatasetInfoTest, Fonts) {
 }
 
 TEST(DatasetInfoTest, Aliases) {
-  const Texts zoom_error = {"Error: Zoom range error for alias: base"}, box_error = {"Error: Box error for alias: base"};
+  const Texts zoom_error = {"Error: Zoom range error for alias: base"};
+  const Texts box_error = {"Error: Box error for alias: base"}, unknown = {"Error: Unknown alias: x"};
   auto error = [](const std::string& first, const Texts& second) {
     Texts texts = {"Error: set.sdf: " + first};
     texts.insert(texts.end(), second.begin(), second.end());
@@ -169,13 +170,13 @@ TEST(DatasetInfoTest, Aliases) {
       {"ALIAS ZOOM RANGE=base, 0, -1", {}, {0, -1}},
       {"ALIAS ZOOM RANGE=base, 5, 2", error("ALIAS ZOOM RANGE: invalid zoom range", zoom_error), {-1, -1}},
       {"ALIAS ZOOM RANGE=base, 5", error("cannot read: ALIAS ZOOM RANGE", zoom_error), {-1, -1}},
-      {"ALIAS ZOOM RANGE=Base, 1, 2", error("ALIAS ZOOM RANGE: unknown alias", {"Error: Unknown alias: Base"}), {-1, -1}},
+      {"ALIAS ZOOM RANGE=x, 1, 2", error("ALIAS ZOOM RANGE: unknown alias", unknown), {-1, -1}},
       {"ALIAS ENABLE BOX=base, -10, 0, 5, 1", {}, {-1, -1}, 1, 0},
       {"ALIAS DISABLE BOX=base -10 0 5 1", {}, {-1, -1}, 0, 1},
       {"ALIAS ENABLE BOX=base, 10, 0, 5, 1", error("ALIAS ENABLE BOX: invalid box", box_error), {-1, -1}},
       {"ALIAS DISABLE BOX=base, 0, 3, 5, 3", error("ALIAS DISABLE BOX: invalid box", box_error), {-1, -1}},
       {"ALIAS ENABLE BOX=base, 0, 3, 5", error("cannot read: ALIAS ENABLE BOX", box_error), {-1, -1}},
-      {"ALIAS DISABLE BOX=x, 0, 0, 1, 1", error("ALIAS DISABLE BOX: unknown alias", {"Error: Unknown alias: x"}), {-1, -1}},
+      {"ALIAS DISABLE BOX=x, 0, 0, 1, 1", error("ALIAS DISABLE BOX: unknown alias", unknown), {-1, -1}},
   };
   for (const Case& c : cases) {
     std::unique_ptr<Dataset> d;

@@ -21,6 +21,12 @@ const std::string kVector = "TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=roads.tvf\
 const std::string kImage = "TYPE=IMAGE\nTRANS TYPE=OPAQUE\nFILENAME=world.jpg\nWIDTH=100\nHEIGHT=50\n";
 const std::string kGrid = "TYPE=GRID\nTRANS TYPE=OPAQUE\nGRID LAT INTERVAL=15\n";
 
+// "<severity>: <message>: <the LIF>[: <number>]", the form most messages take.
+std::string Err(const std::string& message, const std::string& number = "") {
+  return "Error: " + message + ": " + kPath + (number.empty() ? "" : ": " + number);
+}
+std::string Warn(const std::string& message) { return "Warning: " + message + ": " + kPath; }
+
 struct Parsed {
   std::unique_ptr<Layer> layer;
   Texts messages;
@@ -191,7 +197,7 @@ TEST(LifReaderTest, BadLinesAreReportedAndReadingGoesOn) {
       {"TEXT ANCHOR=HLEFT", {cannot + "TEXT ANCHOR"}},
       {"LABEL STYLE=BOLD", {"Error: Invalid label style: BOLD"}},
       {"MARKER ICON TYPE=STAR", {"Error: Invalid marker type: STAR"}},
-      {"TYPE=VECTOR", {"Error: Repeated layer TYPE: " + kPath}},
+      {"TYPE=VECTOR", {Err("Repeated layer TYPE")}},
       {"MAX TILES=lots", {cannot + "MAX TILES"}},
       {"LOCK TIMEOUT=soon", {cannot + "LOCK TIMEOUT"}},
       {"EDGE COLOR=red", {cannot + "EDGE COLOR"}},
@@ -202,17 +208,18 @@ TEST(LifReaderTest, BadLinesAreReportedAndReadingGoesOn) {
       {"TBOX LINE WIDTH=x", {cannot + "TEXT BOX LINE WIDTH"}},
       {"TRANS COLOR=1 1", {cannot + "TRANSPARENT COLOR"}},
       {"TRANS COLOR PRECISION=x", {cannot + "TRANSPARENT COLOR PRECISION"}},
-      {"type=VECTOR", {"Error: LIF file: " + kPath, "Warning: Unrecognized variable: type=VECTOR"}},
-      {"CUSTOM ATTR=x", {"Error: Cannot read custom attribute number: " + kPath}},
-      {"CUSTOM ATTR=1", {"Error: Cannot read custom attribute name: " + kPath}},
-      {"CUSTOM ATTR=1 speed", {"Error: Cannot read custom attribute type: " + kPath}},
+      {"type=VECTOR", {Err("LIF file"), "Warning: Unrecognized variable: type=VECTOR"}},
+      {"CUSTOM ATTR=x", {Err("Cannot read custom attribute number")}},
+      {"CUSTOM ATTR=1", {Err("Cannot read custom attribute name")}},
+      {"CUSTOM ATTR=1 speed", {Err("Cannot read custom attribute type")}},
       {"CUSTOM ATTR=1 speed VMP_X", {"Error: Invalid custom attribute type: VMP_X"}},
       {"CUSTOM ATTR=1 Alpha VMP_D", {"Error: Repeated custom attribute: Alpha"}},
       {"CUSTOM ATTR=65536 big VMP_D", {"Error: Custom attribute number is too large: big"}},
-      {"ATTR MAP=speed MinZoom t.thr ABS", {"Error: Invalid attribute name (define custom attrs first): speed"}},
+      {"ATTR MAP=speed MinZoom t.thr ABS",
+       {"Error: Invalid attribute name (define custom attrs first): speed"}},
       {"PIXEL MAP=PixelColor TransColor t.thr ABS",
-       {"Error: PIXEL THRESHOLD is supported for IMAGE layers only: " + kPath}},
-      {"ATTR COND=", {"Error: LIF file: " + kPath, "Warning: Skipping invalid ATTR COND"}},
+       {Err("PIXEL THRESHOLD is supported for IMAGE layers only")}},
+      {"ATTR COND=", {Err("LIF file"), "Warning: Skipping invalid ATTR COND"}},
   };
   for (const Case& c : cases) {
     Parsed p = Between(c.line);
@@ -223,9 +230,9 @@ TEST(LifReaderTest, BadLinesAreReportedAndReadingGoesOn) {
 }
 
 TEST(LifReaderTest, ChecksAfterTheLastLine) {
-  const std::string lif_file = "Error: LIF file: " + kPath;
-  const std::string mandatory = "Error: Mandatory variables TYPE or TRANS TYPE not set!: " + kPath;
-  const std::string thrashing = "Warning: Thrashing, set MAX CACHE SIZE >= MAX TILES for image layers: " + kPath;
+  const std::string lif_file = Err("LIF file"), unset = "Error: Mandatory variable not set!: ";
+  const std::string mandatory = Err("Mandatory variables TYPE or TRANS TYPE not set!");
+  const std::string thrashing = Warn("Thrashing, set MAX CACHE SIZE >= MAX TILES for image layers");
   struct Case {
     std::string text;
     Texts messages;
@@ -237,14 +244,14 @@ TEST(LifReaderTest, ChecksAfterTheLastLine) {
       {"TYPE=VECTOR\nFILENAME=x", {mandatory}, false},
       {"TYPE=image\nTRANS TYPE=OPAQUE", {"Error: Invalid layer type: image", mandatory}, false},
       {"TYPE=VECTOR\nTRANS TYPE=OPAQUE",
-       {"Error: Mandatory variable not set: Filename!: " + kPath, lif_file, "Error: Mandatory variable not set!: Filename"}},
+       {Err("Mandatory variable not set: Filename!"), lif_file, unset + "Filename"}},
       {"TYPE=IMAGE\nTRANS TYPE=OPAQUE\nFILENAME=w.jpg",
-       {lif_file, "Error: Mandatory variable not set!: Image Width", lif_file, "Error: Mandatory variable not set!: Image Height"}},
+       {lif_file, unset + "Image Width", lif_file, unset + "Image Height"}},
       // Without a valid cache size the cache is unbounded, unless a tile limit holds.
-      {kVector + "MAX TILES=0", {"Error: Invalid MAX TILES value: " + kPath + ": 0"}, true, {-1, -1}},
-      {kVector + "MAX TILES=-2", {"Error: Invalid MAX TILES value: " + kPath + ": -2"}},
-      {kVector + "MAX CACHE SIZE=0", {"Error: Invalid MAX CACHE SIZE value: " + kPath + ": 0"}, true, {-1, -1}},
-      {kVector + "MAX TILES=20\nMAX CACHE SIZE=0", {"Error: Invalid MAX CACHE SIZE value: " + kPath + ": 0"},
+      {kVector + "MAX TILES=0", {Err("Invalid MAX TILES value", "0")}, true, {-1, -1}},
+      {kVector + "MAX TILES=-2", {Err("Invalid MAX TILES value", "-2")}},
+      {kVector + "MAX CACHE SIZE=0", {Err("Invalid MAX CACHE SIZE value", "0")}, true, {-1, -1}},
+      {kVector + "MAX TILES=20\nMAX CACHE SIZE=0", {Err("Invalid MAX CACHE SIZE value", "0")},
        true, {20, 100}},
       {kVector + "MAX CACHE SIZE=30", {}, true, {-1, 30}},
       {kImage + "MAX TILES=50\nMAX CACHE SIZE=20", {thrashing}},
@@ -252,23 +259,24 @@ TEST(LifReaderTest, ChecksAfterTheLastLine) {
       {kImage + "MAX TILES=100", {}},
       {kImage + "MAX TILES=50\nMAX CACHE SIZE=-1", {}},
       {kVector + "MAX TILES=200", {}, true, {200, 100}},
-      {kGrid + "ADAPTIVE GRID=0", {"Error: Cannot have zero or negative adaptive grid coefficient: " + kPath + ": 0"}},
-      {kVector + "DEFAULT ON=-1", {"Error: Cannot have negative DEFAULT ON value: " + kPath + ": -1"}},
-      {kVector + "ALLOW MISSING TILES=-1", {"Error: Cannot have negative ALLOW MISSING TILES value: " + kPath + ": -1"}},
-      {kVector + "IMAGE ANTIALIASING=-3", {"Error: Cannot have negative image_antialiasing: " + kPath + ": -3"}},
-      {kVector + "ALLOW OVERRIDE=-1", {"Error: Cannot have negative ALLOW OVERRIDE value: " + kPath + ": -1"}},
-      {"TYPE=GRID\nTRANS TYPE=OPAQUE", {"Warning: Grid Lat/Lon Interval or Adaptive Grid not set: " + kPath}},
+      {kGrid + "ADAPTIVE GRID=0", {Err("Cannot have zero or negative adaptive grid coefficient", "0")}},
+      {kVector + "DEFAULT ON=-1", {Err("Cannot have negative DEFAULT ON value", "-1")}},
+      {kVector + "ALLOW MISSING TILES=-1", {Err("Cannot have negative ALLOW MISSING TILES value", "-1")}},
+      {kVector + "IMAGE ANTIALIASING=-3", {Err("Cannot have negative image_antialiasing", "-3")}},
+      {kVector + "ALLOW OVERRIDE=-1", {Err("Cannot have negative ALLOW OVERRIDE value", "-1")}},
+      {"TYPE=GRID\nTRANS TYPE=OPAQUE", {Warn("Grid Lat/Lon Interval or Adaptive Grid not set")}},
       {"TYPE=GRID\nTRANS TYPE=OPAQUE\nADAPTIVE=2", {}},
-      {kGrid + "GRID LABEL FORMAT LON=%f", {"Warning: Ignoring GRID LABEL FORMAT LON: no GRID LABEL FORMAT: " + kPath}},
-      {kVector + "LABEL TYPE=AREA LABEL", {"Warning: Label type is AREA LABEL but LABEL CENTER not set: " + kPath}},
-      {kVector + "FALLBACK=f.lif\nFALLBACK LAYER=other", {"Warning: FALLBACK LAYER overrides FALLBACK FILE: " + kPath}},
-      {kVector + "MARKER ICON TYPE=CUSTOM_ICON", {"Error: Missing ICON FILE for CUSTOM_ICON marker type: " + kPath}},
+      {kGrid + "GRID LABEL FORMAT LON=%f", {Warn("Ignoring GRID LABEL FORMAT LON: no GRID LABEL FORMAT")}},
+      {kVector + "LABEL TYPE=AREA LABEL", {Warn("Label type is AREA LABEL but LABEL CENTER not set")}},
+      {kVector + "FALLBACK=f.lif\nFALLBACK LAYER=other", {Warn("FALLBACK LAYER overrides FALLBACK FILE")}},
+      {kVector + "MARKER ICON TYPE=CUSTOM_ICON", {Err("Missing ICON FILE for CUSTOM_ICON marker type")}},
       {kVector + "MARKER ICON TYPE=CUSTOM_ICON\nMARKER ICON FILE=pin.png", {}},
-      {kGrid + "REDIRECT FILE=r.txt", {"Warning: Unexpected layer type for REDIRECT FILE: " + kPath}},
+      {kGrid + "REDIRECT FILE=r.txt", {Warn("Unexpected layer type for REDIRECT FILE")}},
       {kVector + "REDIRECT FILE=r.txt\nFALLBACK=/abs/f.lif",
-       {"Warning: Ignoring REDIRECT FILE due to absolute path in FALLBACK: " + kPath, "Error: Could not be opened: /abs/f.lif"}},
+       {Warn("Ignoring REDIRECT FILE due to absolute path in FALLBACK"),
+        "Error: Could not be opened: /abs/f.lif"}},
       {"TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=/abs/x.tvf\nREDIRECT FILE=r.txt",
-       {"Warning: Ignoring REDIRECT FILE due to absolute path in FILENAME: " + kPath}},
+       {Warn("Ignoring REDIRECT FILE due to absolute path in FILENAME")}},
       {kGrid + "FALLBACK=f.lif", {"Error: Invalid layer type for fallback file: t"}},
   };
   for (const Case& c : cases) {
@@ -393,7 +401,7 @@ TEST(LifReaderTest, AttrConditionsAddChainsAndInvalidOnesAreSkipped) {
   ASSERT_EQ(list.chains.size(), 3u);
   EXPECT_EQ(list.chains[1].conditions.size(), 2u);
   EXPECT_EQ(p.messages, (Texts{"Error: Attribute condition must start with @ char!: lanes > 2",
-                               "Error: LIF file: " + kPath, "Warning: Skipping invalid ATTR COND: lanes > 2"}));
+                               Err("LIF file"), "Warning: Skipping invalid ATTR COND: lanes > 2"}));
   EXPECT_FALSE(Parse(kVector).layer->record.conditions.has_value());
 }
 

@@ -16,10 +16,15 @@ using Texts = std::vector<std::string>;
 std::string Value(const FieldRef& ref) {
   return std::visit([](auto p) -> std::string {
     using T = std::remove_pointer_t<decltype(p)>;
-    if constexpr (std::is_same_v<T, std::monostate>) return "-";
-    else if constexpr (std::is_same_v<T, std::optional<std::string>>) return p->value_or("(none)");
-    else if constexpr (std::is_same_v<T, Rgb>) return testing::PrintToString(std::vector{p->red, p->green, p->blue});
-    else return std::to_string(*p);
+    if constexpr (std::is_same_v<T, std::monostate>) {
+      return "-";
+    } else if constexpr (std::is_same_v<T, std::optional<std::string>>) {
+      return p->value_or("(none)");
+    } else if constexpr (std::is_same_v<T, Rgb>) {
+      return std::to_string(p->red) + "," + std::to_string(p->green) + "," + std::to_string(p->blue);
+    } else {
+      return std::to_string(*p);
+    }
   }, ref);
 }
 
@@ -33,7 +38,8 @@ TEST(ParamTablesTest, NamesAndIndexes) {
   test::MessageCapture capture;
   EXPECT_TRUE(ParamTable(2).empty());
   EXPECT_EQ(ParamIndex(7, "Width"), -1);
-  EXPECT_EQ(capture.Texts(), (Texts{"Error: Object type not supported: 2", "Error: Object type not supported: 7"}));
+  EXPECT_EQ(capture.Texts(),
+            (Texts{"Error: Object type not supported: 2", "Error: Object type not supported: 7"}));
 }
 
 // Every layer entry but those the LIF reader stores itself is bound to a

@@ -58,7 +58,7 @@ TEST(SlfReaderTest, NodesAndChildEntries) {
 }
 
 TEST(SlfReaderTest, Messages) {
-  const std::string path = "/t/tree/x.slf";
+  const std::string path = "/t/tree/x.slf", cannot = "Error: " + path + ": cannot read: ";
   struct Case {
     std::string text;
     Texts messages;
@@ -70,13 +70,16 @@ TEST(SlfReaderTest, Messages) {
       {"FILENAME=a.tvf\nMIN LON=0\n", {"Error: Bounding box is not defined in slf: " + path}, true, 1},
       {kBox + "FILENAME=a.tvf\nSUBLIF DIR=d\n",
        {"Warning: File: " + path, "Warning: a.tvf: FILENAME is overriden by SUBLIF DIR"}, false, 1},
-      {kBox + "SUBLIF DIR=d junk\n", {"Error: skipping junk after SUBLIF DIR/FILE (BBOX expected): junk"}, false, 1},
-      {kBox + "SUBLIF DIR=d BBOX=1 2 3\n", {"Error: cannot read BBOX for SUBLIF DIR/FILE: BBOX=1 2 3"}, false, 1},
-      {kBox + "SUBLIF DIR=\n", {"Error: " + path + ": cannot read: SUBLIF DIR", "Error: Empty sublif file: " + path}, true, 0},
-      {kBox + "MAX LAT=north\nFILENAME=a\n", {"Error: " + path + ": cannot read: MAX LAT"}, false, 1},
-      {kBox + "USED WIDTH=wide\nFILENAME=a\n", {"Error: " + path + ": cannot read: USED WIDTH"}, false, 1},
+      {kBox + "SUBLIF DIR=d junk\n", {"Error: skipping junk after SUBLIF DIR/FILE (BBOX expected): junk"},
+       false, 1},
+      {kBox + "SUBLIF DIR=d BBOX=1 2 3\n", {"Error: cannot read BBOX for SUBLIF DIR/FILE: BBOX=1 2 3"},
+       false, 1},
+      {kBox + "SUBLIF DIR=\n", {cannot + "SUBLIF DIR", "Error: Empty sublif file: " + path}, true, 0},
+      {kBox + "MAX LAT=north\nFILENAME=a\n", {cannot + "MAX LAT"}, false, 1},
+      {kBox + "USED WIDTH=wide\nFILENAME=a\n", {cannot + "USED WIDTH"}, false, 1},
       {kBox + "FILENAME=a\nFILENAME=b\n", {"Warning: Repeated FILENAME in slf: " + path}, false, 1},
-      {kBox + "FILENAME=a\nLAYER=x\n", {"Error: SLF file: " + path, "Warning: Unrecognized variable: LAYER=x"}, false, 1},
+      {kBox + "FILENAME=a\nLAYER=x\n", {"Error: SLF file: " + path, "Warning: Unrecognized variable: LAYER=x"},
+       false, 1},
   };
   for (const Case& c : cases) {
     SlfNode node;
@@ -93,8 +96,8 @@ TEST(SlfReaderTest, ParentBoxesAndFileEntries) {
   dir.Write("x.slf", kBox + "SUBLIF DIR=a   BBOX= 0.000000 0.000000 5.000000 5.000000\n"
                             "SUBLIF DIR=b   BBOX= 5.000000 0.000000 10.000000 5.000001\n"
                             "SUBLIF FILE=f.slf\n");
-  dir.Write("a/x.slf", "MIN LAT=0.000000\nMAX LAT=5.000000\nMIN LON=0.000000\nMAX LON=5.000000\nFILENAME=a.tvf\n");
-  dir.Write("b/x.slf", "MIN LAT=0.000000\nMAX LAT=5.000000\nMIN LON=5.000000\nMAX LON=10.000000\nFILENAME=b.tvf\n");
+  dir.Write("a/x.slf", "MIN LAT=0.000000\nMAX LAT=5.000000\nMIN LON=0.000000\nMAX LON=5.000000\nFILENAME=a\n");
+  dir.Write("b/x.slf", "MIN LAT=0.000000\nMAX LAT=5.000000\nMIN LON=5.000000\nMAX LON=10.000000\nFILENAME=b\n");
   dir.Write("f.slf", kBox + "SUB LIF=g.slf\n");
   dir.Write("g.slf", kBox + "FILENAME=g.tvf\n");
   SlfNode root;
@@ -102,7 +105,7 @@ TEST(SlfReaderTest, ParentBoxesAndFileEntries) {
             (Texts{"Error: BBOX mismatch in slf: " + dir / "b/x.slf", "Warning: File: " + dir / "f.slf",
                    "Warning: Unexpected SUBLIF DIR or SUBLIF FILE in SUBLIF FILE: FILENAME is expected"}));
   EXPECT_TRUE(root.children[0].IsLeaf());
-  EXPECT_EQ(root.children[0].leaf_file, dir / "a/a.tvf");
+  EXPECT_EQ(root.children[0].leaf_file, dir / "a/a");
   EXPECT_EQ(root.children[1].max_lat, 5.000001);  // the parent's box stays
   EXPECT_FALSE(root.children[2].file_entry);
   EXPECT_TRUE(root.children[2].children[0].file_entry);

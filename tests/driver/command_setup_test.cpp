@@ -87,68 +87,57 @@ void ExpectSplit(const VectorSplitOptions& o, const Expected& e, const std::stri
   if (o.wrap) { EXPECT_EQ((std::vector<double>{o.wrap_west, o.wrap_east}), e.wrap) << name; }
 }
 
+// What -split and -tile -vector hand to the split worker.
 TEST_F(SetupTest, SplitKindsExtentsAndWrapRanges) {
   using K = SplitKind;
-  const std::vector<double> world = {-180, -90, 180, 90};
-  struct Case {
-    const char* name;
-    Args args;
-    Expected expected;
-  } cases[] = {
-      {"attr", {"-attr", "@1==2", "-attr", "@2==3", "-invert-attr", "-no-range"}, {K::kAttribute, {}, 1, 1, {}}},
-      {"points", {"-num-points", "2"}, {K::kPoints, {}, 1, 1, {}}},
-      {"points pos range", {"-num-points", "50", "-pos-range"}, {K::kPoints, {}, 1, 1, {0, 360}}},
-      {"points neg range", {"-num-points", "50", "-neg-range"}, {K::kPoints, {}, 1, 1, {-180, 180}}},
-      {"points custom range", {"-num-points", "3", "-custom-range", "-min-wlon", "-20", "-max-wlon", "340"},
-       {K::kPoints, {}, 1, 1, {-20, 340}}},
-      {"bbox grid", {"-bbox", "-num-x-tiles", "4", "-num-y-tiles", "3", "-min-lat", "10", "-max-lat", "20",
-                     "-min-lon", "-5.5", "-max-lon", "7"}, {K::kTileGivenExtent, {-5.5, 10, 7, 20}, 4, 3, {}}},
-      {"bbox own extent", {"-bbox", "-tvf-extent", "-num-x-tiles", "2"}, {K::kTileOwnExtent, {}, 2, 1, {}}},
-      {"bbox world", {"-bbox", "-world-extent"}, {K::kTileGivenExtent, world, 1, 1, {}}},
-      {"bbox world in wrap range", {"-bbox", "-world-extent", "-pos-range"},
-       {K::kTileGivenExtent, {0, -90, 360, 90}, 1, 1, {0, 360}}},
-      {"last extent choice wins", {"-bbox", "-world-extent", "-tvf-extent"}, {K::kTileOwnExtent, {}, 1, 1, {}}},
-  };
-  for (const Case& c : cases) {
-    MessageCapture capture;
-    SplitOptions options;
-    ASSERT_TRUE(SetupSplit(With({"-filename", "in.tvf", "-output", "out.tvf"}, c.args), options))
-        << c.name << ": " << ::testing::PrintToString(capture.Texts());
-    EXPECT_TRUE(capture.messages().empty()) << c.name;
-    ExpectSplit(options, c.expected, c.name);
-    EXPECT_EQ(options.conditions.has_value(), c.expected.kind == K::kAttribute) << c.name;
-  }
-}
-
-TEST_F(SetupTest, VectorTilingHandsTheGridToTheSplitWorker) {
-  using K = SplitKind;
-  const Args base = {"-vector", "-filename", "in.tvf", "-template", "t_%_%.tvf", "-num-x-tiles", "5",
+  const Args split = {"-filename", "in.tvf", "-output", "out.tvf"};
+  const Args tile = {"-vector", "-filename", "in.tvf", "-template", "out.tvf", "-num-x-tiles", "5",
                      "-num-y-tiles", "6"};
   struct Case {
-    const char* name;
+    bool tile;
     Args args;
     Expected expected;
   } cases[] = {
-      {"own extent", {"-tvf-extent"}, {K::kTileOwnExtent, {}, 5, 6, {}}},
-      {"world custom wrap", {"-world-extent", "-custom-range", "-min-wlon", "-90", "-max-wlon", "270"},
+      {false, {"-attr", "@1==2", "-attr", "@2==3", "-invert-attr", "-no-range"}, {K::kAttribute, {}, 1, 1, {}}},
+      {false, {"-num-points", "2"}, {K::kPoints, {}, 1, 1, {}}},
+      {false, {"-num-points", "50", "-pos-range"}, {K::kPoints, {}, 1, 1, {0, 360}}},
+      {false, {"-num-points", "50", "-neg-range"}, {K::kPoints, {}, 1, 1, {-180, 180}}},
+      {false, {"-num-points", "3", "-custom-range", "-min-wlon", "-20", "-max-wlon", "340"},
+       {K::kPoints, {}, 1, 1, {-20, 340}}},
+      {false, {"-bbox", "-num-x-tiles", "4", "-num-y-tiles", "3", "-min-lat", "10", "-max-lat", "20",
+               "-min-lon", "-5.5", "-max-lon", "7"}, {K::kTileGivenExtent, {-5.5, 10, 7, 20}, 4, 3, {}}},
+      {false, {"-bbox", "-tvf-extent", "-num-x-tiles", "2"}, {K::kTileOwnExtent, {}, 2, 1, {}}},
+      {false, {"-bbox", "-world-extent"}, {K::kTileGivenExtent, {-180, -90, 180, 90}, 1, 1, {}}},
+      {false, {"-bbox", "-world-extent", "-pos-range"},
+       {K::kTileGivenExtent, {0, -90, 360, 90}, 1, 1, {0, 360}}},
+      {false, {"-bbox", "-world-extent", "-tvf-extent"}, {K::kTileOwnExtent, {}, 1, 1, {}}},  // the last wins
+      {true, {"-tvf-extent"}, {K::kTileOwnExtent, {}, 5, 6, {}}},
+      {true, {"-world-extent", "-custom-range", "-min-wlon", "-90", "-max-wlon", "270"},
        {K::kTileGivenExtent, {-90, -90, 270, 90}, 5, 6, {-90, 270}}},
-      {"given extent", {"-min-lat", "1", "-max-lat", "2", "-min-lon", "3", "-max-lon", "4"},
+      {true, {"-min-lat", "1", "-max-lat", "2", "-min-lon", "3", "-max-lon", "4"},
        {K::kTileGivenExtent, {3, 1, 4, 2}, 5, 6, {}}},
   };
   for (const Case& c : cases) {
+    const std::string name = ::testing::PrintToString(c.args);
     MessageCapture capture;
-    TileOptions options;
-    ASSERT_TRUE(SetupTile(With(base, c.args), options)) << c.name << ": " << ::testing::PrintToString(capture.Texts());
-    EXPECT_EQ(options.kind, DataKind::kVector);
-    ExpectSplit(options.vector, c.expected, c.name);
-    EXPECT_EQ(options.vector.filename, "in.tvf") << c.name;
-    EXPECT_EQ(options.vector.output, "t_%_%.tvf") << c.name;
+    SplitOptions split_options;
+    TileOptions tile_options;
+    ASSERT_TRUE(c.tile ? SetupTile(With(tile, c.args), tile_options)
+                       : SetupSplit(With(split, c.args), split_options))
+        << name << ": " << ::testing::PrintToString(capture.Texts());
+    EXPECT_TRUE(capture.messages().empty()) << name;
+    const VectorSplitOptions& o = c.tile ? tile_options.vector : split_options;
+    ExpectSplit(o, c.expected, name);
+    EXPECT_EQ(o.conditions.has_value(), c.expected.kind == K::kAttribute) << name;
+    EXPECT_EQ(o.filename, "in.tvf") << name;
+    EXPECT_EQ(o.output, "out.tvf") << name;
   }
 }
 
 TEST_F(SetupTest, SaveModeFlagLastOneWins) {
   const std::pair<Args, bool> cases[] = {
-      {{"-output", "o", "a"}, false}, {{"-b", "-output", "o", "a"}, true}, {{"-b", "-a", "-output", "o", "a"}, false}};
+      {{"-output", "o", "a"}, false}, {{"-b", "-output", "o", "a"}, true},
+      {{"-b", "-a", "-output", "o", "a"}, false}};
   for (const auto& [args, binary] : cases) {
     kav::Config().binary_save = false;
     MergeOptions options;
@@ -161,7 +150,8 @@ TEST_F(SetupTest, SaveModeFlagLastOneWins) {
 TEST_F(SetupTest, ModeOptionsSetTheProcessWideSettings) {
   MessageCapture capture;  // restores the verbosity
   ConvertOptions convert;
-  ASSERT_TRUE(SetupConvert(Args{"-verbosity", "-3", "-progress", "25", "-path", "p", "-pattern", "*.tvf"}, convert));
+  ASSERT_TRUE(
+      SetupConvert(Args{"-verbosity", "-3", "-progress", "25", "-path", "p", "-pattern", "*.tvf"}, convert));
   EXPECT_EQ(kav::Messages().verbosity, -3);
   EXPECT_EQ(ProgressInterval(), 25);
   kav::Config().progress = -1;
@@ -169,7 +159,8 @@ TEST_F(SetupTest, ModeOptionsSetTheProcessWideSettings) {
 
   GenerateOptions generate;
   ASSERT_TRUE(SetupGenerate(
-      Args{"-dataset", "d.sdf", "-iteration-max", "10000", "-oGISreq", "REQUEST=x", "-verbosity", "1000"}, generate));
+      Args{"-dataset", "d.sdf", "-iteration-max", "10000", "-oGISreq", "REQUEST=x", "-verbosity", "1000"},
+      generate));
   EXPECT_EQ(kav::Config().vmp_iteration_max, 10000.0);
   EXPECT_EQ(kav::Messages().verbosity, 1000);
   EXPECT_EQ(generate.query, "REQUEST=x");

@@ -20,7 +20,8 @@ TEST(RunProgramTest, StatusStreamsAndArguments) {
       {{"-c", "echo out; echo err >&2; exit 3"}, 3, "out\n", "err\n"},
       {{"-c", "printf 'a\\0b'"}, 0, std::string("a\0b", 3), ""},
       {{"-c", "kill -TERM $$"}, 128 + 15, "", ""},
-      {{"-c", "for a; do echo \"[$a]\"; done", "sh", "a b", "", "$HOME", "'\"*"}, 0, "[a b]\n[]\n[$HOME]\n['\"*]\n", ""},
+      {{"-c", "for a; do echo \"[$a]\"; done", "sh", "a b", "", "$HOME", "'\"*"}, 0,
+       "[a b]\n[]\n[$HOME]\n['\"*]\n", ""},
   };
   for (const Case& c : cases) {
     const RunResult r = RunProgram("/bin/sh", c.args);
@@ -33,7 +34,7 @@ TEST(RunProgramTest, StatusStreamsAndArguments) {
 
 // Megabytes on both streams and on standard input at once must not block,
 // nor input that the program never reads.
-TEST(RunProgramTest, LargeStreamsEnvironmentAndDirectory) {
+TEST(RunProgramTest, LargeStreamsDoNotDeadlock) {
   std::string input;
   for (int i = 0; input.size() < 3'000'000; ++i) input += "line " + std::to_string(i) + "\n";
   RunOptions options;
@@ -42,14 +43,16 @@ TEST(RunProgramTest, LargeStreamsEnvironmentAndDirectory) {
   EXPECT_EQ(r.out, input);
   EXPECT_EQ(r.err, input);
   EXPECT_EQ(RunProgram("/bin/sh", {"-c", "exit 4"}, options).status, 4);
+}
 
+TEST(RunProgramTest, EnvironmentAndWorkingDirectory) {
   setenv("VMP_RUN_PROGRAM_TEST", "inherited", 1);
   TempDir dir;
-  RunOptions env;
-  env.working_dir = dir.path();
-  env.env = {{"VMP_RUN_PROGRAM_TEST", std::nullopt}, {"QUERY_STRING", "a=1&b=2"}};
-  r = RunProgram("/bin/sh", {"-c", "pwd; echo \"${VMP_RUN_PROGRAM_TEST-unset}\"; echo \"$QUERY_STRING\""}, env);
-  EXPECT_EQ(r.out, dir.path() + "\nunset\na=1&b=2\n");
+  RunOptions options;
+  options.working_dir = dir.path();
+  options.env = {{"VMP_RUN_PROGRAM_TEST", std::nullopt}, {"QUERY_STRING", "a=1&b=2"}};
+  const char* script = "pwd; echo \"${VMP_RUN_PROGRAM_TEST-unset}\"; echo \"$QUERY_STRING\"";
+  EXPECT_EQ(RunProgram("/bin/sh", {"-c", script}, options).out, dir.path() + "\nunset\na=1&b=2\n");
   EXPECT_EQ(RunProgram("/bin/sh", {"-c", "echo \"$VMP_RUN_PROGRAM_TEST\""}).out, "inherited\n");
   unsetenv("VMP_RUN_PROGRAM_TEST");
 }
