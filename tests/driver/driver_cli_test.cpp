@@ -261,9 +261,12 @@ TEST(DriverCliTest, ValidCommandLinesReachTheWorkers) {
                 Error("Errors processing some files")),
       Fails({"-merge", "-output", "/nonexistent/o.tvf", "a.tvf", "-", "-a", "-b", "-filter", "f"},
             Error("Could not open output file: /nonexistent/o.tvf")),
-      Fails({"-convert", "-verbosity", "2", "-progress", "5", "-b", "-path", "p", "-pattern", "*"},
+      // "Terminated/Done!" shows at verbosity 2; a leading -progress leaves the verbosity alone.
+      Fails({"-verbosity", "2", "-convert", "-b", "-path", "p", "-pattern", "*"},
             Error("Could not be opened: p") + Warning("Errors converting some files for: p") +
                 "VmpMap: Info: Terminated/Done!\n"),
+      Fails({"-progress", "2", "-convert", "-progress", "5", "-path", "p", "-pattern", "*"},
+            Error("Could not be opened: p") + Warning("Errors converting some files for: p")),
       Fails({"-slim", "-verbosity", "1", "-filename", "a", "-output", "b", "-resolution", "0.1", "-b"},
             no_input + Error("Error sliming data")),
       Fails(With({"-tile", "-image", "-filename", "a.jpg", "-template", "t", "-elevation"}, grid),
