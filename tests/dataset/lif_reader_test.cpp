@@ -46,8 +46,10 @@ using Expected = std::variant<double, std::string, Rgb>;
 void ExpectResource(const Layer& layer, const char* name, const Expected& expected) {
   const Resource* r = layer.resources.Find(name);
   ASSERT_NE(r, nullptr) << name;
-  EXPECT_EQ(r->kind == ResourceKind::kString ? Expected(r->text.value_or("(none)"))
-            : r->kind == ResourceKind::kColor ? Expected(r->color) : Expected(r->number), expected) << name;
+  const Expected actual = r->kind == ResourceKind::kString  ? Expected(r->text.value_or("(none)"))
+                          : r->kind == ResourceKind::kColor ? Expected(r->color)
+                                                            : Expected(r->number);
+  EXPECT_EQ(actual, expected) << name;
 }
 
 // `line` between two good lines of a vector layer: reading goes on past it.
@@ -65,21 +67,32 @@ Parsed Between(const std::string& line) {
 // MaxCacheSize), except for the aliases and shortened names listed here.
 TEST(LifReaderTest, KeywordsNameTheirParameters) {
   const std::map<std::string, std::string> other_names = {
-      {"FONT=", "TextFont"},          {"FONT TYPE=", "TextType"},
-      {"FONT ANGLE=", "TextAngle"},   {"MARKER ICON SIZE=", "MarkerSize"},
-      {"TBOX MARGIN=", "TextBoxMargin"}, {"TBOX LINE WIDTH=", "TextBoxLineWidth"},
-      {"VTEXT LINE WIDTH=", "VTextLineWidth"}, {"DEFAULT ON=", "IsDefault"},
-      {"LABEL EDGE COLOR=", "LabelOutlineColor"}, {"LABEL CENTER=", "PolyLabelCenter"},
-      {"LABEL TYPE=", "PolyLabelType"}, {"IMAGE ANTIALIASING=", "ImageAntiAliasing"},
-      {"ADAPTIVE=", "AdaptiveGrid"},  {"LABELS=", "GridLabels"}};
-  EXPECT_EQ(LifKeywords().size(), 107u);
+      {"FONT=", "TextFont"},
+      {"FONT TYPE=", "TextType"},
+      {"FONT ANGLE=", "TextAngle"},
+      {"MARKER ICON SIZE=", "MarkerSize"},
+      {"TBOX MARGIN=", "TextBoxMargin"},
+      {"TBOX LINE WIDTH=", "TextBoxLineWidth"},
+      {"VTEXT LINE WIDTH=", "VTextLineWidth"},
+      {"DEFAULT ON=", "IsDefault"},
+      {"LABEL EDGE COLOR=", "LabelOutlineColor"},
+      {"LABEL CENTER=", "PolyLabelCenter"},
+      {"LABEL TYPE=", "PolyLabelType"},
+      {"IMAGE ANTIALIASING=", "ImageAntiAliasing"},
+      {"ADAPTIVE=", "AdaptiveGrid"},
+      {"LABELS=", "GridLabels"}};
+  EXPECT_EQ(LifKeywords().size(), 107u);  // a lost keyword would read as unrecognised
   for (const LifKeyword& k : LifKeywords()) {
     if (k.action != LifAction::kSetParam) continue;
     std::string spelled;
     bool word_start = true;
     for (char c : std::string_view(k.keyword)) {
-      if (c == ' ' || c == '=') word_start = true;
-      else spelled += word_start ? c : static_cast<char>(std::tolower(c)), word_start = false;
+      if (c == ' ' || c == '=') {
+        word_start = true;
+      } else {
+        spelled += word_start ? c : static_cast<char>(std::tolower(c));
+        word_start = false;
+      }
     }
     auto other = other_names.find(k.keyword);
     EXPECT_STREQ(LayerParamTable()[k.param].name,
