@@ -72,6 +72,9 @@ TEST(ReadArgFileTest, Files) {
   EXPECT_TRUE(capture.messages().empty());
   EXPECT_FALSE(ReadArgFile(dir.path(), "prog").has_value());  // a directory opens but cannot be read
   EXPECT_EQ(capture.Texts(), (std::vector<std::string>{"Error reading arguments."}));
+  capture.Clear();
+  EXPECT_FALSE(ReadArgFile("/dev/zero", "prog").has_value());  // endless input is refused
+  EXPECT_EQ(capture.Texts(), (std::vector<std::string>{"Error reading arguments."}));
 }
 
 }  // namespace
