@@ -62,8 +62,15 @@ std::optional<std::vector<std::string>> ReadArgFile(const std::string& path,
   std::string text;
   char buffer[65536];
   size_t got = 0;
-  while ((got = std::fread(buffer, 1, sizeof buffer, file.get())) > 0) text.append(buffer, got);
-  if (std::ferror(file.get())) {
+  bool too_long = false;
+  while ((got = std::fread(buffer, 1, sizeof buffer, file.get())) > 0) {
+    if (text.size() + got > kMaxArgFileBytes) {
+      too_long = true;
+      break;
+    }
+    text.append(buffer, got);
+  }
+  if (too_long || std::ferror(file.get())) {
     kav::KavError("Error reading arguments.", kav::kError);
     return std::nullopt;
   }

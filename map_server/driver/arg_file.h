@@ -12,6 +12,9 @@ namespace vmp {
 inline constexpr size_t kArgScanLimit = 1026;
 // ... and an argument longer than this is cut to it.
 inline constexpr size_t kMaxArgLength = 1024;
+// Largest argument file read; a longer one (or an endless stream such as
+// /dev/zero) is a read error.
+inline constexpr size_t kMaxArgFileBytes = 16u << 20;
 
 // Splits the text of an argument file into arguments. Arguments are separated
 // by white space; one that starts with a double quote runs to the next double

@@ -25,8 +25,8 @@ class Renderer {
   // One loaded vector tile of a layer (vector_tile_drawer.h).
   bool DrawVectorTile(DrawSurface& surface, Layer& layer, const VectorData& data,
                       const OverrideConditions& override_conditions, VectorDrawStats& stats,
-                      std::vector<size_t>* hits = nullptr) {
-    return vmp::DrawVectorTile(surface, vector_, layer, data, override_conditions, stats, hits);
+                      std::vector<size_t>* hits = nullptr, LabelCollector* labels = nullptr) {
+    return vmp::DrawVectorTile(surface, vector_, layer, data, override_conditions, stats, hits, labels);
   }
   // Adjacent image layers in one pixel pass (image_pass.h).
   void DrawImageLayers(DrawSurface& surface, std::span<const ImageLayerInput> layers) {

@@ -7,6 +7,7 @@
 #include "map_server/rendering/markers.h"
 #include "map_server/rendering/pixel_writer.h"
 #include "map_server/rendering/view_region.h"
+#include "map_server/text/label_layout.h"
 #include "map_server/vector/attr_match.h"
 #include "toolkit/message_log.h"
 
@@ -23,7 +24,7 @@ class TileDrawer {
  public:
   TileDrawer(DrawSurface& surface, VectorScratch& scratch, Layer& layer, const VectorData& data,
              const OverrideConditions& override_conditions, VectorDrawStats& stats,
-             std::vector<size_t>* hits)
+             std::vector<size_t>* hits, LabelCollector* labels)
       : surface_(surface),
         scratch_(scratch),
         layer_(layer),
@@ -31,6 +32,7 @@ class TileDrawer {
         override_(override_conditions),
         stats_(stats),
         hits_(hits),
+        labels_(labels),
         geometry_(surface.geometry()),
         view_(surface.geometry(), surface.active_rect()),
         style_(LayerStyle(layer.record)),
@@ -139,18 +141,21 @@ class TileDrawer {
   }
 
   // Fills and strokes (or hit-tests) the group under one longitude shift.
-  void DrawShifted(const FeatureStyle& style, double shift) {
+  // Returns the projected rings that stand for the group (for labels): its
+  // closed rings, or its polylines when it has no closed ring.
+  const PixelRings& DrawShifted(const FeatureStyle& style, double shift) {
     const bool all_closed = scratch_.open.empty();
     PixelRings& rings = scratch_.rings;
+    rings.Clear();
     if (!scratch_.closed.empty()) {
       scratch_.projector.Project(geometry_, all_closed ? std::span<const PolygonFeature* const>(scratch_.group)
                                                        : std::span<const PolygonFeature* const>(scratch_.closed),
                                  shift, rings);
       if (style.fill || query_) FillPolygons(surface_, scratch_.edges, rings, style.fill_colour);
-      if (query_ && surface_.hit()) return;
+      if (query_ && surface_.hit()) return rings;
     }
     const bool edges = style.edges && !scratch_.closed.empty();
-    if (!edges && all_closed) return;
+    if (!edges && all_closed) return rings;
     LineStroker& stroker = scratch_.stroker;
     stroker.Begin(surface_.active_rect(), style.line_width);
     if (edges) stroker.AddRingEdges(rings);
@@ -159,6 +164,7 @@ class TileDrawer {
       stroker.AddRingEdges(scratch_.line_rings);
     }
     stroker.Fill(surface_, scratch_.edges, style.edge_colour);
+    return scratch_.closed.empty() ? scratch_.line_rings : rings;
   }
 
   size_t DrawGroup(size_t first) {
@@ -204,13 +210,19 @@ class TileDrawer {
     if (query_) {
       const bool earlier_hit = surface_.hit();
       surface_.set_hit(false);
-      for (int s = 0; s < shift_count && !surface_.hit(); ++s) DrawShifted(*style, shifts[s]);
+      for (int s = 0; s < shift_count && !surface_.hit(); ++s) {
+        const PixelRings& rings = DrawShifted(*style, shifts[s]);
+        if (labels_ != nullptr) labels_->AddPolygon(data_, first, *group.front(), rings, shifts[s]);
+      }
       if (surface_.hit() && hits_ != nullptr) hits_->push_back(first);
       surface_.set_hit(earlier_hit || surface_.hit());
       return next;
     }
 
-    for (int s = 0; s < shift_count; ++s) DrawShifted(*style, shifts[s]);
+    for (int s = 0; s < shift_count; ++s) {
+      const PixelRings& rings = DrawShifted(*style, shifts[s]);
+      if (labels_ != nullptr) labels_->AddPolygon(data_, first, *group.front(), rings, shifts[s]);
+    }
     ++stats_.polygons;
     stats_.points += points;
     stats_.rings += static_cast<int64_t>(group.size());
@@ -233,6 +245,7 @@ class TileDrawer {
       const PixelPoint p = LatLonToPixel(geometry_, marker.y, marker.x + shifts[s]);
       if (!(p.z >= 0.0)) continue;  // far side of the globe, or outside the world
       scratch_.markers.Draw(surface_, scratch_.edges, p.x, p.y, symbol);
+      if (labels_ != nullptr) labels_->AddMarker(data_, index, marker, p.x, p.y);
     }
     if (query_) {
       if (surface_.hit() && hits_ != nullptr) hits_->push_back(index);
@@ -249,6 +262,7 @@ class TileDrawer {
   const OverrideConditions& override_;
   VectorDrawStats& stats_;
   std::vector<size_t>* hits_;
+  LabelCollector* labels_;
   const MapGeometry& geometry_;
   const ViewRegion view_;
   const FeatureStyle style_;
@@ -290,12 +304,12 @@ bool IsClosedRing(const PolygonFeature& polygon) {
 
 bool DrawVectorTile(DrawSurface& surface, VectorScratch& scratch, Layer& layer,
                     const VectorData& data, const OverrideConditions& override_conditions,
-                    VectorDrawStats& stats, std::vector<size_t>* hits) {
+                    VectorDrawStats& stats, std::vector<size_t>* hits, LabelCollector* labels) {
   if (!surface.location_query() && !IsKnownTransType(layer.record.trans_type)) {
     ReportUnknownTransType(layer.record.trans_type);
     return false;
   }
-  TileDrawer(surface, scratch, layer, data, override_conditions, stats, hits).Run();
+  TileDrawer(surface, scratch, layer, data, override_conditions, stats, hits, labels).Run();
   return true;
 }
 

@@ -42,6 +42,8 @@
 
 namespace vmp {
 
+class LabelCollector;  // map_server/text/label_layout.h
+
 // Counts kept over the vector tiles of a layer (location queries count nothing).
 struct VectorDrawStats {
   int64_t polygons = 0;      // polygon groups drawn
@@ -90,8 +92,12 @@ bool IsClosedRing(const PolygonFeature& polygon);
 // once). With `hits`, a location query appends the index (in data.features)
 // of every polygon group head and marker that touches the search box;
 // without it the query stops at the first hit.
+// With `labels`, every polygon group and marker that is drawn (or, in a
+// location query, examined) is handed to the collector as a label
+// candidate, once per copy of the world it is drawn in.
 bool DrawVectorTile(DrawSurface& surface, VectorScratch& scratch, Layer& layer,
                     const VectorData& data, const OverrideConditions& override_conditions,
-                    VectorDrawStats& stats, std::vector<size_t>* hits = nullptr);
+                    VectorDrawStats& stats, std::vector<size_t>* hits = nullptr,
+                    LabelCollector* labels = nullptr);
 
 }  // namespace vmp

@@ -16,6 +16,7 @@ MapService::MapService()
     : font_library_init_([](FT_LibraryRec_** library) { return static_cast<int>(FT_Init_FreeType(library)); }) {}
 
 MapService::~MapService() {
+  text_engine_.Clear();  // its faces belong to the font library
   if (font_library_ != nullptr) FT_Done_FreeType(font_library_);
 }
 
@@ -47,6 +48,7 @@ void MapService::Terminate() {
   }
   tile_cache_.Clear();  // before the layers its states point to
   datasets_.clear();
+  text_engine_.Clear();
   if (font_library_ != nullptr) {
     FT_Done_FreeType(font_library_);
     font_library_ = nullptr;

@@ -14,6 +14,7 @@
 #include "map_server/dataset/map_request.h"
 #include "map_server/geometry/map_image.h"
 #include "map_server/rendering/renderer.h"
+#include "map_server/text/text_engine.h"
 #include "map_server/tiles/tile_cache.h"
 
 struct FT_LibraryRec_;
@@ -44,6 +45,9 @@ class MapService {
   // Replaces FT_Init_FreeType (lets tests exercise the failure path).
   void set_font_library_init(FontLibraryInit init) { font_library_init_ = std::move(init); }
   FT_LibraryRec_* font_library() const { return font_library_; }
+
+  // Fonts, glyph caches and text scratch (released before FreeType is).
+  TextEngine& text_engine() { return text_engine_; }
 
   // The DatasetArray.
   const std::vector<std::unique_ptr<Dataset>>& datasets() const { return datasets_; }
@@ -82,6 +86,7 @@ class MapService {
   std::vector<std::unique_ptr<Dataset>> datasets_;
   FontLibraryInit font_library_init_;
   FT_LibraryRec_* font_library_ = nullptr;
+  TextEngine text_engine_;
   MapImage map_image_;
   Renderer renderer_;
   TileLimits tile_limits_;

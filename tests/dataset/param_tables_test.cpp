@@ -5,222 +5,135 @@
 
 #include "map_server/dataset/layer.h"
 #include "map_server/dataset/map_request.h"
-#include "map_server/dataset/param_conversion.h"
-#include "map_server/dataset/param_tables.h"
 #include "tests/support/message_capture.h"
 
 namespace vmp {
 namespace {
 
-TEST(ParamTablesTest, MapTableEntries) {
-  struct Row {
-    int index;
-    const char* name;
-    int type;
-  };
-  const Row rows[] = {{0, "DatasetName", kParamString}, {1, "Projection", kParamEnum},
-                      {2, "CenterLat", kParamReal},     {9, "Background", kParamColor},
-                      {11, "Verbosity", kParamInteger}, {18, "QueryLayers", kParamString},
-                      {19, "LabelSelectionMode", kParamInteger}, {24, "ClipMaxY", kParamInteger}};
+using Texts = std::vector<std::string>;
+
+// A field's value as text, whatever its type, to compare two records.
+std::string Value(const FieldRef& ref) {
+  return std::visit([](auto p) -> std::string {
+    using T = std::remove_pointer_t<decltype(p)>;
+    if constexpr (std::is_same_v<T, std::monostate>) {
+      return "-";
+    } else if constexpr (std::is_same_v<T, std::optional<std::string>>) {
+      return p->value_or("(none)");
+    } else if constexpr (std::is_same_v<T, Rgb>) {
+      return std::to_string(p->red) + "," + std::to_string(p->green) + "," + std::to_string(p->blue);
+    } else {
+      return std::to_string(*p);
+    }
+  }, ref);
+}
+
+TEST(ParamTablesTest, NamesAndIndexes) {
   ASSERT_EQ(MapParamTable().size(), 25u);
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
-    EXPECT_STREQ(MapParamTable()[row.index].name, row.name);
-    EXPECT_EQ(MapParamTable()[row.index].type, row.type);
-    EXPECT_EQ(ParamIndex(kObjectMapRequest, row.name), row.index);
-  }
-}
-
-TEST(ParamTablesTest, LayerTableEntries) {
-  struct Row {
-    int index;
-    const char* name;
-    int type;
-  };
-  const Row rows[] = {{0, "LayerType", kParamEnum},        {2, "TextFont", kParamString},
-                      {9, "EdgeColor", kParamColor},       {14, "TextAnchor", kParamInteger},
-                      {28, "Filename", kParamString},      {36, "MaxLat", kParamReal},
-                      {44, "PolyLabelType", kParamEnum},   {53, "MaxCacheSize", kParamInteger},
-                      {63, "RedirectFile", kParamString},  {76, "LayoutType", kParamEnum},
-                      {80, "LabelSelectionMode", kParamInteger}, {87, "BGColorBlue", kParamInteger}};
   ASSERT_EQ(LayerParamTable().size(), 88u);
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
-    EXPECT_STREQ(LayerParamTable()[row.index].name, row.name);
-    EXPECT_EQ(LayerParamTable()[row.index].type, row.type);
-    EXPECT_EQ(ParamIndex(kObjectLayer, row.name), row.index);
-  }
-}
-
-TEST(ParamTablesTest, IndexIsExactAndCaseSensitive) {
-  EXPECT_EQ(ParamIndex(kObjectMapRequest, "width"), -1);
-  EXPECT_EQ(ParamIndex(kObjectMapRequest, "Width "), -1);
-  EXPECT_EQ(ParamIndex(kObjectLayer, "Widt"), -1);
-  // Both tables have "Width"; each finds its own.
-  EXPECT_EQ(ParamIndex(kObjectMapRequest, "Width"), 6);
-  EXPECT_EQ(ParamIndex(kObjectLayer, "Width"), 31);
-}
-
-TEST(ParamTablesTest, UnsupportedKindIsReported) {
+  const std::tuple<int, const char*, int> cases[] = {
+      {kObjectMapRequest, "Width", 6},     {kObjectLayer, "Width", 31},  {kObjectMapRequest, "ClipMaxY", 24},
+      {kObjectLayer, "BGColorBlue", 87}, {kObjectMapRequest, "width", -1}, {kObjectLayer, "Width ", -1}};
+  for (const auto& [kind, name, index] : cases) EXPECT_EQ(ParamIndex(kind, name), index) << name;
   test::MessageCapture capture;
   EXPECT_TRUE(ParamTable(2).empty());
   EXPECT_EQ(ParamIndex(7, "Width"), -1);
-  EXPECT_TRUE(capture.Contains("Error: Object type not supported: 2"));
-  EXPECT_TRUE(capture.Contains("Error: Object type not supported: 7"));
+  EXPECT_EQ(capture.Texts(),
+            (Texts{"Error: Object type not supported: 2", "Error: Object type not supported: 7"}));
 }
 
-// Every layer entry except those the LIF reader stores itself must be bound
-// to a record field whose C++ type matches the entry's type code.
+// Every layer entry but those the LIF reader stores itself is bound to a
+// field of its own, of the C++ type its type code names.
 TEST(ParamTablesTest, EveryLayerEntryIsBoundWithItsType) {
   const std::set<int> stored_by_reader = {0, 28, 30, 31, 32, 33, 34, 35, 36};
-  for (int i = 0; i < kLayerParamCount; ++i) {
-    SCOPED_TRACE(LayerParamTable()[i].name);
-    LayerRecord record;
-    FieldRef ref = LayerField(record, i);
-    if (stored_by_reader.count(i)) {
-      EXPECT_TRUE(std::holds_alternative<std::monostate>(ref));
-      continue;
-    }
-    switch (LayerParamTable()[i].type) {
-      case kParamString: EXPECT_TRUE(std::holds_alternative<std::optional<std::string>*>(ref)); break;
-      case kParamReal: EXPECT_TRUE(std::holds_alternative<double*>(ref)); break;
-      case kParamColor: EXPECT_TRUE(std::holds_alternative<Rgb*>(ref)); break;
-      case kParamInteger: EXPECT_TRUE(std::holds_alternative<int32_t*>(ref)); break;
-      case kParamEnum: EXPECT_TRUE(std::holds_alternative<int64_t*>(ref)); break;
-      default: ADD_FAILURE() << "bad type code";
-    }
-  }
-}
-
-// Two entries bound to the same field would let one parameter overwrite
-// another silently.
-TEST(ParamTablesTest, LayerFieldsAreDistinct) {
   LayerRecord record;
   std::set<const void*> seen;
   for (int i = 0; i < kLayerParamCount; ++i) {
     FieldRef ref = LayerField(record, i);
-    const void* address = std::visit(
-        [](auto p) -> const void* {
-          if constexpr (std::is_same_v<decltype(p), std::monostate>) return nullptr;
-          else return static_cast<const void*>(p);
-        },
-        ref);
-    if (address == nullptr) continue;
-    EXPECT_TRUE(seen.insert(address).second) << LayerParamTable()[i].name;
+    // The variant's alternatives are in type code order: 1 string .. 5 int64.
+    const size_t type = stored_by_reader.count(i) ? 0 : static_cast<size_t>(LayerParamTable()[i].type);
+    EXPECT_EQ(ref.index(), type) << LayerParamTable()[i].name;
+    if (type == 0) continue;
+    const void* field = std::visit([](auto p) -> const void* {
+      if constexpr (std::is_pointer_v<decltype(p)>) return p;
+      else return nullptr;
+    }, ref);
+    EXPECT_TRUE(seen.insert(field).second) << LayerParamTable()[i].name << " shares a field";
   }
 }
 
-// Record defaults equal the table defaults, so a fresh layer converted from
-// its default resources keeps every field unchanged.
-TEST(ParamTablesTest, LayerDefaultsSurviveConversion) {
+// The records start at the table defaults: converting fresh resources
+// changes no field.
+TEST(ParamTablesTest, RecordDefaultsAreTheTableDefaults) {
+  test::MessageCapture capture;
   Layer layer("defaults");
   layer.resources.CreateFromTable(LayerParamTable());
-  test::MessageCapture capture;
   ConvertConfig(layer);
-  EXPECT_TRUE(capture.messages().empty());
-  const LayerRecord& after = layer.record;
-  EXPECT_EQ(after.drawing.text_font, "roman");
-  EXPECT_EQ(after.drawing.edge_color, (Rgb{127.5, 127.5, 127.5}));
-  EXPECT_EQ(after.drawing.text_anchor, 17);
-  EXPECT_EQ(after.drawing.label_selection_mode, 3);
-  EXPECT_EQ(after.tiles.image_store.max_tiles, -1);
-  EXPECT_EQ(after.tiles.image_store.max_cache_size, 100);
-  EXPECT_EQ(after.tiles.bg_color_red, -1);
-  EXPECT_DOUBLE_EQ(after.grid.lon_interval, 20.0);
-  EXPECT_DOUBLE_EQ(after.lock_timeout, 0.05);
-  EXPECT_DOUBLE_EQ(after.grid.lon_label_angle, 90.0);
-}
-
-TEST(ParamTablesTest, MapRequestDefaults) {
-  test::MessageCapture capture;
+  LayerRecord fresh;
+  for (int i = 0; i < kLayerParamCount; ++i) {
+    EXPECT_EQ(Value(LayerField(layer.record, i)), Value(LayerField(fresh, i))) << LayerParamTable()[i].name;
+  }
   auto map = CreateMapRequest();
-  EXPECT_EQ(map->resources.name(), "MapRequest");
   EXPECT_EQ(map->resources.resources().size(), 25u);
-  EXPECT_TRUE(map->layers.empty());
   ConvertConfig(*map);
-  const MapRecord& r = map->record;
-  EXPECT_EQ(r.width, 512);
-  EXPECT_EQ(r.height, 512);
-  EXPECT_DOUBLE_EQ(r.h_extent, 1.2);
-  EXPECT_DOUBLE_EQ(r.v_extent, 1.2);
-  EXPECT_DOUBLE_EQ(r.center_lat, -117.0);  // the shipped, swapped defaults
-  EXPECT_DOUBLE_EQ(r.center_lon, 44.0);
-  EXPECT_DOUBLE_EQ(r.location_lat, -117.0);
-  EXPECT_DOUBLE_EQ(r.location_lon, 44.0);
-  EXPECT_EQ(r.projection, 2);
-  EXPECT_EQ(r.dataset_name, "DefaultDataset");
-  EXPECT_FALSE(r.query_layers.has_value());
-  EXPECT_EQ(r.label_selection_mode, 3);
-  EXPECT_EQ(r.image_errors, 1);
+  MapRecord fresh_map;
+  int32_t verbosity = 0;
+  for (int i = 0; i < kMapParamCount; ++i) {
+    EXPECT_EQ(Value(MapField(map->record, verbosity, i)), Value(MapField(fresh_map, verbosity, i)))
+        << MapParamTable()[i].name;
+  }
+  EXPECT_TRUE(capture.messages().empty());
+  // A few shipped values, the swapped latitude and longitude among them.
+  EXPECT_EQ(map->record.center_lat, -117.0);
+  EXPECT_EQ(map->record.location_lon, 44.0);
+  EXPECT_EQ(map->record.width, 512);
+  EXPECT_EQ(map->record.dataset_name, "DefaultDataset");
+  EXPECT_EQ(layer.record.drawing.edge_color, (Rgb{127.5, 127.5, 127.5}));
 }
 
 TEST(ParamTablesTest, ConversionTypeRules) {
-  struct Case {
-    const char* name;
-    double value;
-    int64_t expected;
-  };
-  // Integers truncate toward zero into 32 bits (clamped); the enumeration
-  // keeps 64 bits.
-  const Case cases[] = {{"Width", 300.9, 300},        {"Width", -7.9, -7},
-                        {"Width", 1e12, 2147483647},  {"Width", -1e12, -2147483648LL},
-                        {"Width", NAN, 0},            {"Projection", 1e12, 1000000000000LL},
-                        {"Projection", -3.7, -3}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.name) + " " + std::to_string(c.value));
+  // Integers truncate toward zero into 32 bits (clamped); enumerations keep 64.
+  const std::tuple<const char*, double, int64_t> numbers[] = {
+      {"Width", -7.9, -7}, {"Width", 1e12, INT32_MAX}, {"Width", -1e12, INT32_MIN}, {"Width", NAN, 0},
+      {"Projection", 1e12, 1000000000000LL}};
+  for (const auto& [name, value, expected] : numbers) {
     auto map = CreateMapRequest();
-    map->resources.SetNumber(c.name, c.value);
+    map->resources.SetNumber(name, value);
     ConvertConfig(*map);
-    int64_t got = std::string(c.name) == "Width" ? map->record.width : map->record.projection;
-    EXPECT_EQ(got, c.expected);
+    EXPECT_EQ(std::string(name) == "Width" ? map->record.width : map->record.projection, expected) << value;
   }
-}
-
-TEST(ParamTablesTest, ColoursScaleAndClamp) {
-  struct Case {
-    Rgb in;
-    Rgb out;
-  };
-  const Case cases[] = {{{0.5, 1.0, 0.0}, {127.5, 255.0, 0.0}},
-                        {{-0.2, 1.5, 2.0}, {0.0, 255.0, 255.0}},
-                        {{NAN, 0.2, 0.0}, {0.0, 51.0, 0.0}}};
-  for (const Case& c : cases) {
+  // Colours scale to 0..255, clamped; strings are copied.
+  const std::pair<Rgb, Rgb> colors[] = {{{0.5, 1.0, 0.0}, {127.5, 255.0, 0.0}},
+                                        {{-0.2, 1.5, NAN}, {0.0, 255.0, 0.0}}};
+  for (const auto& [in, out] : colors) {
     auto map = CreateMapRequest();
-    map->resources.SetColor("Background", c.in);
+    map->resources.SetColor("Background", in);
+    map->resources.SetString("QueryLayers", "roads");
     ConvertConfig(*map);
-    EXPECT_DOUBLE_EQ(map->record.background.red, c.out.red);
-    EXPECT_DOUBLE_EQ(map->record.background.green, c.out.green);
-    EXPECT_DOUBLE_EQ(map->record.background.blue, c.out.blue);
+    EXPECT_EQ(map->record.background, out);
+    EXPECT_EQ(map->record.query_layers, "roads");
   }
 }
 
 TEST(ParamTablesTest, VerbosityGoesProcessWideAndCodesMove) {
-  struct Case {
-    double set;
-    int64_t verbosity;
-    int64_t code;
-  };
-  const Case cases[] = {{5, 5, 0}, {999, 999, 0}, {1000, 0, 1000}, {2001, 0, 2001}};
-  for (const Case& c : cases) {
+  for (const auto& [set, verbosity, code] : {std::tuple{999, 999, 0}, std::tuple{1000, 0, 1000}}) {
     test::MessageCapture capture;  // restores verbosity and code afterwards
     kav::Messages().debug_code = 0;
     auto map = CreateMapRequest();
-    map->resources.SetNumber("Verbosity", c.set);
+    map->resources.SetNumber("Verbosity", set);
     ConvertConfig(*map);
-    EXPECT_EQ(Verbosity(), c.verbosity);
-    EXPECT_EQ(kav::Messages().debug_code, c.code);
+    EXPECT_EQ(Verbosity(), verbosity);
+    EXPECT_EQ(kav::Messages().debug_code, code);
   }
-}
-
-TEST(ParamTablesTest, NewRequestCarriesProcessVerbosity) {
   test::MessageCapture capture;
   kav::Messages().verbosity = 4;
-  auto map = CreateMapRequest();
+  auto map = CreateMapRequest();  // carries the process verbosity
+  kav::Messages().verbosity = 0;
   ConvertConfig(*map);
   EXPECT_EQ(Verbosity(), 4);
 }
 
-TEST(ParamTablesTest, InvalidDataTypeIsReportedAndSkipped) {
+TEST(ParamTablesTest, BadTypesAndKindsAreRefused) {
   const ParamEntry table[] = {{"Good", kParamReal, 1.0, 0, 0, nullptr, {}},
                               {"Bad", 9, 0.0, 0, 0, nullptr, {}},
                               {"Mismatch", kParamString, 0.0, 0, 0, nullptr, {}}};
@@ -228,62 +141,29 @@ TEST(ParamTablesTest, InvalidDataTypeIsReportedAndSkipped) {
   group.SetNumber("Good", 2.5);
   group.SetNumber("Bad", 3.0);
   group.SetString("Mismatch", "x");
-  double good = 0, bad = 0;
-  double mismatch = 0;  // bound with the wrong C++ type on purpose
+  double fields[3] = {0, 0, 0};  // "Mismatch" is bound with the wrong C++ type
   test::MessageCapture capture;
-  ConvertResources(group, table, [&](int i) -> FieldRef {
-    if (i == 0) return &good;
-    if (i == 1) return &bad;
-    return &mismatch;
-  });
-  EXPECT_DOUBLE_EQ(good, 2.5);
-  EXPECT_DOUBLE_EQ(bad, 0.0);
-  EXPECT_TRUE(capture.Contains("Error: Invalid data type: Bad"));
-  EXPECT_TRUE(capture.Contains("Error: Invalid data type: Mismatch"));
-}
-
-TEST(ParamTablesTest, SettingWithAnotherKindIsRefused) {
-  ResourceGroup group("g");
+  ConvertResources(group, table, [&](int i) -> FieldRef { return &fields[i]; });
+  EXPECT_EQ(fields[0], 2.5);
+  EXPECT_EQ(fields[1], 0.0);
   group.CreateFromTable(MapParamTable());
-  test::MessageCapture capture;
   EXPECT_FALSE(group.SetString("Width", "300"));
   EXPECT_EQ(group.GetNumber("Width"), 512.0);
-  EXPECT_EQ(capture.Count("Internal Error: Resource set with the wrong kind: Width"), 1u);
-  EXPECT_TRUE(group.SetNumber("NewOne", 3));
-  EXPECT_EQ(group.GetNumber("NewOne"), 3.0);
-}
-
-TEST(ParamTablesTest, VectorLayerLimitsGoToVectorStore) {
-  for (int64_t type : {kLayerImage, kLayerVector}) {
-    Layer layer("l");
-    layer.resources.CreateFromTable(LayerParamTable());
-    layer.record.layer_type = type;
-    layer.resources.SetNumber("MaxTiles", 12);
-    layer.resources.SetNumber("MaxCacheSize", 40);
-    ConvertConfig(layer);
-    const TileStoreLimits& used =
-        type == kLayerVector ? layer.record.tiles.vector_store : layer.record.tiles.image_store;
-    const TileStoreLimits& other =
-        type == kLayerVector ? layer.record.tiles.image_store : layer.record.tiles.vector_store;
-    EXPECT_EQ(used.max_tiles, 12);
-    EXPECT_EQ(used.max_cache_size, 40);
-    EXPECT_EQ(other.max_tiles, -1);
-  }
+  EXPECT_EQ(capture.Texts(), (Texts{"Error: Invalid data type: Bad", "Error: Invalid data type: Mismatch",
+                                    "Internal Error: Resource set with the wrong kind: Width"}));
 }
 
 TEST(ParamTablesTest, CustomAttributesConvertThroughIndexMap) {
   Layer layer("roads");
-  layer.resources.CreateFromTable(LayerParamTable());
-  auto custom = [](const char* name, int64_t index, ValueType type) {
-    CustomAttribute c;
-    c.name = name;
-    c.entry.index = index;
-    c.entry.value.type = type;
-    return c;
-  };
   std::vector<CustomAttribute>& customs = layer.record.attributes.custom_attributes;
-  customs = {custom("Width3", 3, ValueType::kDouble), custom("Name0", 0, ValueType::kString),
-             custom("Neg", -2, ValueType::kDouble), custom("Unmapped", 5, ValueType::kGeo)};
+  const std::tuple<const char*, int64_t, ValueType> attributes[] = {
+      {"Width3", 3, ValueType::kDouble}, {"Name0", 0, ValueType::kString},
+      {"Neg", -2, ValueType::kDouble}, {"Unmapped", 5, ValueType::kGeo}};
+  for (const auto& [name, index, type] : attributes) {
+    customs.emplace_back().name = name;
+    customs.back().entry.index = index;
+    customs.back().entry.value.type = type;
+  }
   layer.record.custom_attr_index = {1, -1, -1, 0};  // 5 is beyond, -2 below
   layer.resources.SetNumber("Width3", 7.5);
   layer.resources.SetString("Name0", "main");

@@ -12,104 +12,69 @@ namespace vmp {
 namespace {
 
 using test::MessageCapture;
-using test::TempDir;
 using Args = std::vector<std::string>;
 
-const std::string kTooLong = "Argument is too long, truncated.";
-
-TEST(SplitArgTextTest, SplitsAndUnquotes) {
+// Arguments are scanned 1026 characters at a time and cut to 1024 with a
+// toolkit error; what is left of a longer one is the next argument.
+TEST(SplitArgTextTest, SplitsUnquotesAndCuts) {
+  const std::string a1024(1024, 'a'), a1025(1025, 'a'), a1026(1026, 'a');
+  const std::string too_long = "Argument is too long, truncated.";
   struct Case {
-    const char* name;
     std::string text;
     Args expected;
+    size_t cut;  // arguments reported too long
   } cases[] = {
-      {"empty", "", {}},
-      {"blanks only", " \t\r\n ", {}},
-      {"words", "-generate -dataset a.sdf", {"-generate", "-dataset", "a.sdf"}},
-      {"any white space separates", "a\tb\nc\r\nd\v\fe", {"a", "b", "c", "d", "e"}},
-      {"quoted keeps blanks", "\"a b\" c", {"a b", "c"}},
-      {"quoted across lines", "\"x\n y\"", {"x\n y"}},
-      {"empty quotes", "a \"\" b", {"a", "", "b"}},
-      {"quote inside a word stays", "a\"b c\"", {"a\"b", "c\""}},
-      {"quoted right after a word", "ab\"c d\"", {"ab\"c", "d\""}},
-      {"adjacent quoted", "\"a\"\"b\"", {"a", "b"}},
-      {"unicode bytes pass", "\xc3\xa9t\xc3\xa9 x", {"\xc3\xa9t\xc3\xa9", "x"}},
+      {" \t\r\n ", {}, 0},
+      {"a\tb\nc\r\nd\v\fe", {"a", "b", "c", "d", "e"}, 0},
+      {"\"a b\" c \"x\n y\"", {"a b", "c", "x\n y"}, 0},
+      {"a \"\" b", {"a", "", "b"}, 0},
+      {"a\"b c\"", {"a\"b", "c\""}, 0},  // a quote inside a word stays
+      {"\"a\"\"b\"", {"a", "b"}, 0},
+      {a1024 + " z", {a1024, "z"}, 0},
+      {a1025 + " z", {a1024, "z"}, 1},
+      {a1026 + "bbbb z", {a1024, "bbbb", "z"}, 1},
+      {"\"" + a1024 + "\"", {a1024}, 0},
+      {"\"" + a1026 + "b c\" z", {a1024, "b c", "z"}, 1},  // the rest stays quoted
+      {a1025 + " " + a1025, {a1024, a1024}, 2},
   };
   for (const Case& c : cases) {
     MessageCapture capture;
-    EXPECT_EQ(SplitArgText(c.text), c.expected) << c.name;
-    EXPECT_TRUE(capture.messages().empty()) << c.name;
+    EXPECT_EQ(SplitArgText(c.text), c.expected) << c.text.substr(0, 20);
+    EXPECT_EQ(capture.messages().size(), c.cut) << c.text.substr(0, 20);
+    for (const auto& m : capture.messages()) {
+      EXPECT_EQ(m.text, too_long);
+      EXPECT_EQ(m.severity, kError);
+      EXPECT_TRUE(m.from_toolkit);
+    }
   }
-}
-
-TEST(SplitArgTextTest, UnterminatedQuoteRunsToTheEndWithAWarning) {
   MessageCapture capture;
-  EXPECT_EQ(SplitArgText("a \"b c\n"), (Args{"a", "b c\n"}));
+  EXPECT_EQ(SplitArgText("a \"b c\n"), (Args{"a", "b c\n"}));  // an open quote runs to the end
   ASSERT_EQ(capture.messages().size(), 1u);
   EXPECT_EQ(capture.messages()[0].severity, kWarning);
   EXPECT_TRUE(capture.messages()[0].from_toolkit);
 }
 
-// Arguments are scanned 1026 characters at a time and cut to 1024; what is
-// left of a longer one is the next argument.
-TEST(SplitArgTextTest, LongArgumentsAreCutAt1024) {
-  const std::string a1024(1024, 'a'), a1025(1025, 'a'), a1026(1026, 'a');
-  struct Case {
-    const char* name;
-    std::string text;
-    Args expected;
-    size_t warnings;
-  } cases[] = {
-      {"1024 fits", a1024 + " z", {a1024, "z"}, 0},
-      {"1025 is cut", a1025 + " z", {a1024, "z"}, 1},
-      {"1026 is cut", a1026, {a1024}, 1},
-      {"1030 leaves 4 for the next", a1026 + "bbbb z", {a1024, "bbbb", "z"}, 1},
-      {"quoted 1024 fits", "\"" + a1024 + "\"", {a1024}, 0},
-      {"quoted 1026 is cut", "\"" + a1026 + "\" z", {a1024, "z"}, 1},
-      {"quoted rest stays quoted", "\"" + a1026 + "b c\" z", {a1024, "b c", "z"}, 1},
-      {"two long ones", a1025 + " " + a1025, {a1024, a1024}, 2},
-  };
-  for (const Case& c : cases) {
-    MessageCapture capture;
-    EXPECT_EQ(SplitArgText(c.text), c.expected) << c.name;
-    EXPECT_EQ(capture.Count(kTooLong), c.warnings) << c.name;
-    for (const auto& m : capture.messages()) {
-      EXPECT_EQ(m.text, kTooLong) << c.name;  // a toolkit error: no prefix
-      EXPECT_EQ(m.severity, kError) << c.name;
-      EXPECT_TRUE(m.from_toolkit) << c.name;
-    }
-  }
-}
-
-TEST(ReadArgFileTest, ProgramNameComesFirst) {
-  TempDir dir;
-  const std::string path = dir.Write("args.txt", "-merge -output \"out put.tvf\"\n  a.tvf\n");
+TEST(ReadArgFileTest, Files) {
+  test::TempDir dir;
   MessageCapture capture;
-  EXPECT_EQ(ReadArgFile(path, "prog"),
+  EXPECT_EQ(ReadArgFile(dir.Write("args.txt", "-merge -output \"out put.tvf\"\n  a.tvf\n"), "prog"),
             (Args{"prog", "-merge", "-output", "out put.tvf", "a.tvf"}));
   EXPECT_EQ(ReadArgFile(dir.Write("empty.txt", ""), "prog"), (Args{"prog"}));
-  EXPECT_TRUE(capture.messages().empty());
-}
-
-TEST(ReadArgFileTest, MissingAndUnreadableFiles) {
-  TempDir dir;
-  MessageCapture capture;
-  EXPECT_FALSE(ReadArgFile(dir / "missing.txt", "prog").has_value());
-  EXPECT_TRUE(capture.messages().empty());  // the caller reports it
-  // A directory opens but cannot be read.
-  EXPECT_FALSE(ReadArgFile(dir.path(), "prog").has_value());
-  EXPECT_EQ(capture.Texts(), (std::vector<std::string>{"Error reading arguments."}));
-}
-
-TEST(ReadArgFileTest, LargeFilesAreReadWhole) {
-  TempDir dir;
   std::string text;
   Args expected{"prog"};
-  for (int i = 0; i < 20000; ++i) {
+  for (int i = 0; i < 20000; ++i) {  // well beyond one read buffer
     text += "file" + std::to_string(i) + ".tvf ";
     expected.push_back("file" + std::to_string(i) + ".tvf");
   }
   EXPECT_EQ(ReadArgFile(dir.Write("many.txt", text), "prog"), expected);
+  EXPECT_TRUE(capture.messages().empty());
+  EXPECT_FALSE(ReadArgFile(dir / "missing.txt", "prog").has_value());  // the caller reports it
+  EXPECT_TRUE(capture.messages().empty());
+  EXPECT_FALSE(ReadArgFile(dir.path(), "prog").has_value());  // a directory opens but cannot be read
+  EXPECT_EQ(capture.Texts(), (std::vector<std::string>{"Error reading arguments."}));
+  capture.Clear();
+  EXPECT_FALSE(ReadArgFile("/dev/zero", "prog").has_value());  // endless input is refused
+  EXPECT_EQ(capture.Texts(), (std::vector<std::string>{"Error reading arguments."}));
 }
 
 }  // namespace

@@ -29,18 +29,13 @@ struct Expect {
   std::vector<std::string> texts;
 };
 Expect Exactly(std::string text) { return {true, {std::move(text)}}; }
-Expect Nothing() { return {true, {""}}; }
 Expect Has(std::initializer_list<std::string> lines) { return {false, lines}; }
+const Expect kNothing = Exactly("");
 
 std::string Error(const std::string& message) { return "VmpMap: Error: " + message + "\n"; }
 std::string Warning(const std::string& message) { return "VmpMap: Warning: " + message + "\n"; }
-std::string Info(const std::string& message) { return "VmpMap: Info: " + message + "\n"; }
-std::string Missing(const std::string& name) {
-  return "expected follow up variable: " + name + "\n";
-}
-std::string Unrecognized(const std::string& arg) {
-  return "Unrecognized command line argument: " + arg + "\n";
-}
+std::string Missing(const std::string& name) { return "expected follow up variable: " + name + "\n"; }
+std::string Unrecognized(const std::string& arg) { return "Unrecognized command line argument: " + arg + "\n"; }
 std::string NoOptions() {
   return "Can't really do anything without any options...\n" + UsageText() +
          "Can't really do anything without any options, see above...\n";
@@ -48,7 +43,6 @@ std::string NoOptions() {
 const std::string kVersion = "Info: KAV Toolkit and KAV Map Server Version 3.5\n";
 
 struct CliCase {
-  const char* name;
   Args args;  // "{ARGS}" stands for the path of an argument file holding `arg_file`
   int status;
   Expect out;
@@ -59,47 +53,36 @@ struct CliCase {
 
 // The usual shapes of a case: exit 1 with nothing on standard output and
 // exactly `err` on standard error; the no-options usage text; the version.
-CliCase Fails(const char* name, Args args, std::string err, Env env = {}) {
-  return {name, std::move(args), 1, Nothing(), Exactly(std::move(err)), std::move(env)};
+CliCase Fails(Args args, std::string err, Env env = {}) {
+  return {std::move(args), 1, kNothing, Exactly(std::move(err)), std::move(env)};
 }
+CliCase Usage(Args args) { return {std::move(args), 1, Exactly(NoOptions()), kNothing}; }
+CliCase Version(Args args) { return {std::move(args), 0, kNothing, Exactly(kVersion)}; }
 // In CGI mode the exception report is the XML document on standard output.
-CliCase CgiFails(const char* name, Args args, const std::string& message, Env env) {
-  return {name, std::move(args), 1,
+CliCase CgiFails(Args args, const std::string& message, Env env) {
+  return {std::move(args), 1,
           Exactly("Content-Type: text/xml\n\n<ServiceExceptionReport version=\"1.3.0\">\n"
                   "  <ServiceException>\n    " + message + "\n  </ServiceException>\n"
                   "</ServiceExceptionReport>\n"),
-          Nothing(), std::move(env)};
+          kNothing, std::move(env)};
 }
 // The command line got through to the map service: with no dataset file
 // and a query it cannot parse, the service answers the parse failure.
-CliCase Served(const char* name, Args args, Env env = {}, bool cgi = false) {
+CliCase Served(Args args, Env env = {}, bool cgi = false) {
   const std::string refused = "The OpenGIS request could not be processed.";
   const std::string no_dataset = "Error: Cannot open dataset info file: ";
-  if (cgi) return {name, std::move(args), 1, Has({"Content-Type: text/xml", refused}),
-                   Has({no_dataset}), std::move(env)};
-  return {name, std::move(args), 1, Nothing(), Has({no_dataset, refused}), std::move(env)};
-}
-CliCase FailsWith(const char* name, Args args, const std::string& message) {
-  return Fails(name, std::move(args), Error(message));
-}
-CliCase Usage(const char* name, Args args) {
-  return {name, std::move(args), 1, Exactly(NoOptions()), Nothing()};
-}
-CliCase Version(const char* name, Args args) {
-  return {name, std::move(args), 0, Nothing(), Exactly(kVersion)};
-}
-CliCase FromArgFile(const char* name, Args args, std::string file, int status, Expect out,
-                    Expect err) {
-  return {name, std::move(args), status, std::move(out), std::move(err), {}, std::move(file)};
+  if (cgi) {
+    return {std::move(args), 1, Has({"Content-Type: text/xml", refused}), Has({no_dataset}), std::move(env)};
+  }
+  return {std::move(args), 1, kNothing, Has({no_dataset, refused}), std::move(env)};
 }
 
-Args With(Args base, std::initializer_list<Args> more) {
-  for (const Args& m : more) base.insert(base.end(), m.begin(), m.end());
+Args With(Args base, const Args& more) {
+  base.insert(base.end(), more.begin(), more.end());
   return base;
 }
 
-void Check(const Expect& expect, const std::string& actual, const char* stream,
-           const std::string& name) {
+void Check(const Expect& expect, const std::string& actual, const char* stream, const std::string& name) {
   if (expect.exact) {
     EXPECT_EQ(actual, expect.texts[0]) << name << " (" << stream << ")";
     return;
@@ -114,314 +97,192 @@ void RunCases(const std::vector<CliCase>& cases) {
   for (const CliCase& c : cases) {
     TempDir dir, files;
     Args args = c.args;
-    if (c.arg_file) {
-      const std::string path = files.Write("args.txt", *c.arg_file);
-      for (std::string& arg : args) {
-        if (arg == "{ARGS}") arg = path;
-      }
+    std::string name = "map_server";
+    for (const std::string& arg : args) name.append(" ").append(arg, 0, 40);
+    for (std::string& arg : args) {
+      if (arg == "{ARGS}") arg = files.Write("args.txt", c.arg_file.value_or(""));
     }
     RunOptions options;
     options.env = c.env;
     options.working_dir = dir.path();
     const RunResult r = RunMapServer(args, options);
-    EXPECT_EQ(r.status, c.status) << c.name << "\nstderr: " << r.err;
-    Check(c.out, r.out, "stdout", c.name);
-    Check(c.err, r.err, "stderr", c.name);
-    EXPECT_TRUE(std::filesystem::is_empty(dir.path())) << c.name << ": wrote into its directory";
+    EXPECT_EQ(r.status, c.status) << name << "\nstderr: " << r.err;
+    Check(c.out, r.out, "stdout", name);
+    Check(c.err, r.err, "stderr", name);
+    EXPECT_TRUE(std::filesystem::is_empty(dir.path())) << name << ": wrote into its directory";
   }
 }
 
 TEST(DriverCliTest, StartUpAndModeSelection) {
   RunCases({
-      Usage("no arguments", {}),
-      Usage("unknown mode", {"-bogus"}),
-      Usage("-map-server alone", {"-map-server"}),
-      Usage("-map-server once only", {"-map-server", "-map-server", "-version"}),
-      Usage("only one leading level option", {"-verbosity", "2", "-progress", "5", "-version"}),
-      Usage("-arg-file without a name", {"-arg-file"}),
-      Version("-version", {"-version", "-bogus"}),
-      Version("-map-server -version", {"-map-server", "-version"}),
-      Version("-version after verbosity", {"-map-server", "-verbosity", "3", "-version"}),
-      Version("-version after progress", {"-progress", "10", "-version"}),
-      Fails("-version after a mode", {"-generate", "-version"}, Unrecognized("-version")),
-      {"-help", {"-help"}, 0, Exactly(UsageText()), Nothing()},
-      {"-help spells", {"-map-server", "-help"}, 0,
-       Has({"Usage: \n-version ", "          -min-lat n      minimum lattitude\n",
-            "          -close-polygons coverts polylines to polygons by adding closing segment\n"}),
-       Nothing()},
-      Fails("-verbosity without value", {"-verbosity"}, Missing("verbosity")),
-      Fails("-verbosity not a number", {"-verbosity", "abc", "-version"}, Missing("verbosity")),
-      Fails("-verbosity followed by an option", {"-verbosity", "-help"}, Missing("verbosity")),
-      Fails("-progress without value", {"-map-server", "-progress"}, Missing("progress")),
+      Usage({}),
+      Usage({"-bogus"}),
+      Usage({"-map-server", "-map-server", "-version"}),
+      Usage({"-verbosity", "2", "-progress", "5", "-version"}),  // one leading level option only
+      Usage({"-arg-file"}),
+      Version({"-version", "-bogus"}),
+      Version({"-map-server", "-verbosity", "3", "-version"}),
+      Version({"-progress", "10", "-version"}),
+      Fails({"-generate", "-version"}, Unrecognized("-version")),
+      {{"-map-server", "-help"}, 0, Exactly(UsageText()), kNothing},
+      Fails({"-verbosity", "abc", "-version"}, Missing("verbosity")),
+      Fails({"-verbosity", "-help"}, Missing("verbosity")),
+      Fails({"-map-server", "-progress"}, Missing("progress")),
   });
 }
 
 TEST(DriverCliTest, ArgumentFiles) {
   const std::string a1100 = "-" + std::string(1099, 'x'), a1024 = "-" + std::string(1023, 'x');
   const Args file = {"-arg-file", "{ARGS}"};
+  const std::string too_long = "Argument is too long, truncated.\n";
   RunCases({
-      FromArgFile("quoted argument keeps its blank", file, "-generate \"-x y\" c", 1, Nothing(),
-                  Exactly(Unrecognized("-x y"))),
-      FromArgFile("quoted value, then one more argument", file, "-generate -dataset \"a b\" c", 1,
-                  Nothing(), Exactly(Unrecognized("c"))),
-      FromArgFile("over-long argument is cut", file, "-generate " + a1100, 1, Nothing(),
-                  Exactly("Argument is too long, truncated.\n" + Unrecognized(a1024))),
-      FromArgFile("arguments across lines", file, "\n\n   -version\n", 0, Nothing(),
-                  Exactly(kVersion)),
-      FromArgFile("after the leading options", {"-map-server", "-verbosity", "1", "-arg-file",
-                  "{ARGS}"}, "-version", 0, Nothing(), Exactly(kVersion)),
-      FromArgFile("the file replaces the rest", {"-arg-file", "{ARGS}", "-bogus"}, "-version", 0,
-                  Nothing(), Exactly(kVersion)),
-      FromArgFile("empty file", file, "", 1, Exactly(NoOptions()), Nothing()),
-      {"missing file", {"-arg-file", "/nonexistent/args.txt"}, 1, Exactly(NoOptions()),
-       Exactly(Error("Could not open arg-file: /nonexistent/args.txt"))},
-      {"a directory cannot be read", {"-arg-file", "/"}, 1, Exactly(NoOptions()),
+      {file, 1, kNothing, Exactly(Unrecognized("c")), {}, "-generate -dataset \"a b\"\n c"},
+      {file, 1, kNothing, Exactly(too_long + Unrecognized(a1024)), {}, "-generate " + a1100},
+      {{"-map-server", "-verbosity", "1", "-arg-file", "{ARGS}"}, 0, kNothing, Exactly(kVersion), {},
+       "-version"},
+      {{"-arg-file", "{ARGS}", "-bogus"}, 0, kNothing, Exactly(kVersion), {}, "-version"},  // replaces the rest
+      {file, 1, Exactly(NoOptions()), kNothing, {}, ""},
+      {{"-arg-file", "/nonexistent/a.txt"}, 1, Exactly(NoOptions()),
+       Exactly(Error("Could not open arg-file: /nonexistent/a.txt"))},
+      {{"-arg-file", "/"}, 1, Exactly(NoOptions()),
        Exactly("Error reading arguments.\n" + Error("Could not open arg-file: /"))},
   });
 }
 
-TEST(DriverCliTest, UnknownOptionsPerMode) {
-  RunCases({
-      Fails("-generate", {"-generate", "-x", "-y"}, Unrecognized("-x")),
-      Fails("-generate takes no files", {"-generate", "file.sdf"}, Unrecognized("file.sdf")),
-      Fails("-merge", {"-merge", "-output", "o", "-ouput", "a"}, Unrecognized("-ouput")),
-      Fails("-convert", {"-convert", "-r"}, Unrecognized("-r")),
-      Fails("-slim", {"-slim", "-b", "-c"}, Unrecognized("-c")),
-      Fails("-tile_info", {"-tile_info", "-a"}, Unrecognized("-a")),
-      Fails("-tile -image", {"-tile", "-image", "-attr", "@1==1"}, Unrecognized("-attr")),
-      Fails("-tile -vector", {"-tile", "-vector", "-elevation"}, Unrecognized("-elevation")),
-      Fails("-split", {"-split", "-template", "t"}, Unrecognized("-template")),
-      Fails("-split takes no files", {"-split", "in.tvf"}, Unrecognized("in.tvf")),
-      Fails("-slf", {"-slf", "-vector", "-output", "x"}, Unrecognized("-output")),
-      Fails("case-sensitive", {"-merge", "-Output", "o", "a"}, Unrecognized("-Output")),
-  });
-}
-
-TEST(DriverCliTest, MissingValuesNameTheValue) {
+// Each mode reads its own options only; values are read by their kind and
+// must fit the fixed buffers they go to.
+TEST(DriverCliTest, OptionsAndValues) {
   const std::string s1023(1023, 'p'), s1024(1024, 'p'), q65535(65535, 'q'), q65536(65536, 'q');
   RunCases({
-      Fails("dataset", {"-generate", "-dataset"}, Missing("dataset")),
-      Fails("iteration max", {"-generate", "-iteration-max", "many"}, Missing("iteration max")),
-      Fails("openGIS request", {"-generate", "-oGISreq"}, Missing("openGIS request")),
-      Fails("generate output", {"-generate", "-dataset", "d", "-output"}, Missing("output")),
-      Fails("generate verbosity", {"-generate", "-verbosity", "loud"}, Missing("verbosity")),
-      Fails("dataset too long", {"-generate", "-dataset", s1024}, Missing("dataset")),
-      Fails("request too long", {"-generate", "-oGISreq", q65536}, Missing("openGIS request")),
-      Fails("merge output", {"-merge", "a", "-output"}, Missing("output")),
-      Fails("merge filter", {"-merge", "-filter"}, Missing("filter")),
-      Fails("convert path", {"-convert", "-path"}, Missing("path")),
-      Fails("convert pattern", {"-convert", "-pattern"}, Missing("pattern")),
-      Fails("convert progress", {"-convert", "-progress", "often"}, Missing("progress")),
-      Fails("path too long", {"-convert", "-path", s1024, "-pattern", "*"}, Missing("path")),
-      Fails("pattern too long", {"-slf", "-image", "-pattern", s1024}, Missing("pattern")),
-      Fails("slim filename", {"-slim", "-filename"}, Missing("filename")),
-      Fails("slim resolution", {"-slim", "-resolution", "fine"}, Missing("resolution")),
-      Fails("slf pattern", {"-tile_info", "-slf-pattern"}, Missing("slf pattern")),
-      Fails("data pattern", {"-tile_info", "-data-pattern"}, Missing("data pattern")),
-      Fails("width", {"-tile_info", "-width", "wide"}, Missing("width")),
-      Fails("height", {"-tile_info", "-height"}, Missing("height")),
-      Fails("num x tiles", {"-tile_info", "-num-x-tiles"}, Missing("num x tiles")),
-      Fails("num y tiles", {"-tile_info", "-num-y-tiles", "y"}, Missing("num y tiles")),
-      Fails("min lat", {"-tile_info", "-min-lat"}, Missing("min lat")),
-      Fails("max lat", {"-tile_info", "-max-lat", "n"}, Missing("max lat")),
-      Fails("min lon", {"-tile_info", "-min-lon"}, Missing("min lon")),
-      Fails("max lon", {"-tile_info", "-max-lon"}, Missing("max lon")),
-      Fails("tile filename", {"-tile", "-image", "-filename"}, Missing("filename")),
-      Fails("tile template", {"-tile", "-vector", "-template"}, Missing("template")),
-      Fails("num points", {"-split", "-num-points", "some"}, Missing("num points")),
-      Fails("min world lon", {"-split", "-min-wlon"}, Missing("min world lon")),
-      Fails("max world lon", {"-split", "-max-wlon", "east"}, Missing("max world lon")),
-      Fails("out slf name", {"-slf", "-vector", "-out-slf-name"}, Missing("out slf name")),
-      Fails("attr", {"-split", "-filename", "f", "-attr"},
-            "expected follow up attribute condition: -attr\n"),
+      Fails({"-generate", "file.sdf"}, Unrecognized("file.sdf")),
+      Fails({"-merge", "-Output", "o", "a"}, Unrecognized("-Output")),
+      Fails({"-tile", "-image", "-attr", "@1==1"}, Unrecognized("-attr")),
+      Fails({"-tile", "-vector", "-elevation"}, Unrecognized("-elevation")),
+      Fails({"-split", "-template", "t"}, Unrecognized("-template")),
+      Fails({"-slf", "-vector", "-output", "x"}, Unrecognized("-output")),
+      Fails({"-merge", "a", "-output"}, Missing("output")),
+      Fails({"-tile_info", "-width", "wide"}, Missing("width")),
+      Fails({"-slim", "-resolution", "fine"}, Missing("resolution")),
+      Fails({"-generate", "-verbosity", "loud"}, Missing("verbosity")),
+      Fails({"-split", "-filename", "f", "-attr"}, "expected follow up attribute condition: -attr\n"),
+      Fails({"-generate", "-dataset", s1024}, Missing("dataset")),
+      Fails({"-generate", "-oGISreq", q65536}, Missing("openGIS request")),
+      Fails({"-convert", "-path", s1024, "-pattern", "*"}, Missing("path")),
+      Fails({"-slf", "-image", "-pattern", s1024}, Missing("pattern")),
       // The longest values that fit get through to the mode's work.
-      Served("fitting dataset and request", {"-generate", "-dataset", s1023, "-oGISreq", q65535}),
-      Fails("fitting path and pattern", {"-convert", "-path", s1023, "-pattern", s1023},
-            Error("Could not be opened: " + s1023) +
-                Warning("Errors converting some files for: " + s1023)),
+      Served({"-generate", "-dataset", s1023, "-oGISreq", q65535}),
+      Fails({"-convert", "-path", s1023, "-pattern", s1023},
+            Error("Could not be opened: " + s1023) + Warning("Errors converting some files for: " + s1023)),
   });
 }
 
 TEST(DriverCliTest, ToolValidationMessages) {
-  const Args image = {"-tile", "-image", "-filename", "in.jpg", "-template", "t_%_%.jpg"};
-  const Args vector = {"-tile", "-vector", "-filename", "in.tvf", "-template", "t_%_%.tvf",
-                       "-num-x-tiles", "2", "-num-y-tiles", "2"};
+  const Args vector = {"-tile", "-vector", "-filename", "in", "-template", "t", "-num-x-tiles", "2",
+                       "-num-y-tiles", "2"};
   const Args split = {"-split", "-filename", "in.tvf", "-output", "out.tvf"};
-  const Args info = {"-tile_info", "-slf-pattern", "t_%_%.slf", "-data-pattern", "t_%_%.jpg"};
-  const Args size = {"-width", "1000", "-height", "500"};
-  const Args box = {"-min-lat", "0", "-max-lat", "10", "-min-lon", "0", "-max-lon", "20"};
-  const Args three_bounds = {"-min-lat", "0", "-max-lat", "1", "-min-lon", "0"};
+  const Args info = {"-tile_info", "-slf-pattern", "s", "-data-pattern", "d", "-width", "10", "-height", "5"};
+  const Args box = {"-min-lat", "0", "-max-lat", "10", "-min-lon", "0"};  // -max-lon missing
   const Args slf_vector = {"-slf", "-vector", "-path", "tree", "-pattern", "*.tvf"};
   const Args slf_image = {"-slf", "-image", "-path", "tree", "-pattern", "*.jpg"};
-  const Args slim = {"-slim", "-filename", "a", "-output", "b"};
+  const std::string one_range = "Only one of -neg-range, -pos-range, -custom-range or -no-range is allowed!";
+  const std::string with_extent = "-min/max-lat/lon cannot be used with -world-extent or -tvf-extent!";
+  const std::string unset = "Mandatory variables path or pattern not set!";
   const std::string slim_unset = "Mandatory variables filename, output or resolution not set!";
-  const std::string tile_counts = "Mandatory variables num-x/y-tiles not set for -tile!";
-  const std::string tile_extent = "-world-extent, -tvf-extent or -min/max-lat/lon are required!";
-  const std::string one_range =
-      "Only one of -neg-range, -pos-range, -custom-range or -no-range is allowed!";
-  const std::string one_kind = "Only one -attr, -bbox or -num-points is allowed!";
-  const std::string bbox_extent =
-      "Mandatory extent variables (min/max-lat/lon) are not set for -bbox!";
-  const std::string invalid = "Invalid options for -split!";
+  const std::string misplaced = "Invalid options for -split!";
+  const std::string slf_image_name = "Mandatory variable -out-slf-name not set in -image mode!";
+  auto fails = [](Args args, const std::string& message) { return Fails(std::move(args), Error(message)); };
   RunCases({
-      FailsWith("tvf-info", {"-tvf-info"}, "Missing TVF filenames after -tvf-info!"),
-      FailsWith("merge", {"-merge"}, "Missing files to merge!"),
-      FailsWith("merge without files", {"-merge", "-output", "o.tvf", "-b"},
-                "Missing files to merge!"),
-      FailsWith("merge without output", {"-merge", "a.tvf", "b.tvf"},
-                "Missing mandatory -output parameter for -merge!"),
-      FailsWith("convert without path", {"-convert", "-pattern", "*.tvf"},
-                "Mandatory variables path or pattern not set!"),
-      FailsWith("convert without pattern", {"-convert", "-path", "p"},
-                "Mandatory variables path or pattern not set!"),
-      FailsWith("convert -a -b", {"-convert", "-path", "p", "-pattern", "*", "-a", "-b"},
-                "-b and -a are both set!"),
-      FailsWith("slf without pattern", {"-slf", "-image", "-path", "p"},
-                "Mandatory variables path or pattern not set!"),
-      FailsWith("slf -b -a", With(slf_vector, {{"-multi-layer", "-b", "-a"}}),
-                "-b and -a are both set!"),
-      FailsWith("slim", {"-slim"}, slim_unset),
-      FailsWith("slim without resolution", slim, slim_unset),
-      FailsWith("slim with zero resolution", With(slim, {{"-resolution", "0"}}), slim_unset),
-      FailsWith("slim with negative resolution", With(slim, {{"-resolution", "-.5"}}), slim_unset),
-      FailsWith("tile_info", {"-tile_info"},
-                "Mandatory variables slf_pattern or data-pattern not set!"),
-      FailsWith("tile_info data pattern", {"-tile_info", "-slf-pattern", "s"},
-                "Mandatory variables slf_pattern or data-pattern not set!"),
-      FailsWith("tile_info size", info, "Mandatory variables width/height not set!"),
-      FailsWith("tile_info zero height", With(info, {{"-width", "10", "-height", "0"}}),
-                "Mandatory variables width/height not set!"),
-      FailsWith("tile_info extent", With(info, {size}),
-                "Mandatory variables min/max_lat/lon not set!"),
-      FailsWith("tile_info three bounds", With(info, {size, three_bounds}),
-                "Mandatory variables min/max_lat/lon not set!"),
-      FailsWith("tile_info counts", With(info, {size, box}),
-                "Mandatory variables num_x or num_y not set!"),
-      FailsWith("tile_info one count", With(info, {size, box, {"-num-x-tiles", "3"}}),
-                "Mandatory variables num_x or num_y not set!"),
-      FailsWith("tile", {"-tile"}, "Missing -vector or -image after -tile!"),
-      FailsWith("tile kind not first", {"-tile", "-filename", "f", "-image"},
-                "Missing -vector or -image after -tile!"),
-      FailsWith("tile without filename", {"-tile", "-image", "-template", "t"},
-                "Mandatory variables filename or template not set for -tile!"),
-      FailsWith("tile without template", {"-tile", "-vector", "-filename", "f"},
-                "Mandatory variables filename or template not set for -tile!"),
-      FailsWith("tile without counts", image, tile_counts),
-      FailsWith("tile zero columns", With(image, {{"-num-x-tiles", "0", "-num-y-tiles", "2"}}),
-                tile_counts),
-      FailsWith("tile -attr", With(vector, {{"-tvf-extent", "-attr", "@1==1"}}),
-                "-attr and -num-points are not allowed for -tile!"),
-      FailsWith("tile -num-points", With(vector, {{"-tvf-extent", "-num-points", "5"}}),
-                "-attr and -num-points are not allowed for -tile!"),
-      FailsWith("tile without extent", vector, tile_extent),
-      FailsWith("tile three bounds", With(vector, {three_bounds}), tile_extent),
-      FailsWith("tile world and bounds", With(vector, {{"-world-extent", "-min-lat", "0"}}),
-                "-min/max-lat/lon cannot be used with -world-extent or -tvf-extent!"),
-      FailsWith("tile two ranges", With(vector, {{"-tvf-extent", "-pos-range", "-neg-range"}}),
-                one_range),
-      FailsWith("tile custom without east",
-                With(vector, {{"-tvf-extent", "-custom-range", "-min-wlon", "0"}}),
-                "Min world lon and max world lon not both set!"),
-      FailsWith("tile empty custom range",
-                With(vector, {{"-tvf-extent", "-custom-range", "-min-wlon", "9", "-max-wlon", "9"}}),
-                "Invalid wrap range!"),
-      FailsWith("split", {"-split"}, "Mandatory variables filename or output not set for -split!"),
-      FailsWith("split without output", {"-split", "-filename", "f", "-bbox"},
-                "Mandatory variables filename or output not set for -split!"),
-      FailsWith("split without kind", split, "No -attr, -bbox or -num-points specified for -split!"),
-      FailsWith("split attr and bbox", With(split, {{"-attr", "@1==1", "-bbox"}}), one_kind),
-      FailsWith("split bbox and points", With(split, {{"-bbox", "-num-points", "3"}}), one_kind),
-      FailsWith("split one point", With(split, {{"-num-points", "1"}}),
-                "Number of points must be at least 2!"),
-      FailsWith("split two ranges", With(split, {{"-num-points", "3", "-neg-range", "-no-range"}}),
-                one_range),
-      FailsWith("split custom without bounds", With(split, {{"-num-points", "3", "-custom-range"}}),
-                "Min world lon and max world lon not both set!"),
-      FailsWith("split wlon without custom",
-                With(split, {{"-num-points", "3", "-min-wlon", "0", "-max-wlon", "360"}}),
-                "Invalid wrap range!"),
-      FailsWith("split reversed custom", With(split, {{"-num-points", "3", "-custom-range",
-                                                      "-min-wlon", "100", "-max-wlon", "-100"}}),
-                "Invalid wrap range!"),
-      FailsWith("split own extent and bounds",
-                With(split, {{"-bbox", "-tvf-extent", "-min-lat", "0"}}),
-                "-min/max-lat/lon cannot be used with -world-extent or -tvf-extent!"),
-      FailsWith("split bounds without bbox", With(split, {{"-num-points", "3", "-min-lat", "0"}}),
-                "-min/max-lat/lon can only be used with -bbox!"),
-      FailsWith("split bbox without extent", With(split, {{"-bbox"}}), bbox_extent),
-      FailsWith("split bbox three bounds", With(split, {{"-bbox"}, three_bounds}), bbox_extent),
-      FailsWith("split invert without attr", With(split, {{"-num-points", "3", "-invert-attr"}}),
-                invalid),
-      FailsWith("split tiles without bbox", With(split, {{"-num-points", "3", "-num-x-tiles", "2"}}),
-                invalid),
-      FailsWith("split extent without bbox", With(split, {{"-num-points", "3", "-tvf-extent"}}),
-                invalid),
-      FailsWith("split attr with wrap", With(split, {{"-attr", "@1==1", "-pos-range"}}), invalid),
-      FailsWith("split zero rows", With(split, {{"-bbox", "-tvf-extent", "-num-y-tiles", "0"}}),
-                invalid),
-      FailsWith("slf", {"-slf"}, "Missing -vector or -image after -slf!"),
-      FailsWith("lif", {"-lif", "-path", "p"}, "Missing -vector or -image after -slf!"),
-      FailsWith("slf vector layer mode", slf_vector,
-                "-single-layer or -multi-layer is required in -vector mode!"),
-      FailsWith("slf both layer modes", With(slf_vector, {{"-single-layer", "-multi-layer"}}),
-                "Only one of -single-layer or -multi-layer may be used!"),
-      FailsWith("slf single layer name", With(slf_vector, {{"-single-layer"}}),
-                "Mandatory variable -out-slf-name not set in -single-layer mode!"),
-      FailsWith("slf image name", slf_image,
-                "Mandatory variable -out-slf-name not set in -image mode!"),
-      Fails("slf image multi-layer", With(slf_image, {{"-multi-layer"}}),
-            Warning("-multi-layer is not supported in -image mode, ignored!") +
-                Error("Mandatory variable -out-slf-name not set in -image mode!")),
-      Fails("slf multi-layer name", With(slf_vector, {{"-multi-layer", "-out-slf-name", "all"}}),
-            Warning("-out-slf-name ignored in -multi-layer mode.") +
-                Error("Could not be opened: tree") + Warning("Errors converting some files in: tree")),
+      fails({"-tvf-info"}, "Missing TVF filenames after -tvf-info!"),
+      fails({"-merge", "-output", "o.tvf", "-b"}, "Missing files to merge!"),
+      fails({"-merge", "a.tvf", "b.tvf"}, "Missing mandatory -output parameter for -merge!"),
+      fails({"-convert", "-path", "p"}, unset),
+      fails({"-convert", "-path", "p", "-pattern", "*", "-a", "-b"}, "-b and -a are both set!"),
+      fails({"-slim", "-filename", "a", "-output", "b"}, slim_unset),
+      fails({"-slim", "-filename", "a", "-output", "b", "-resolution", "0"}, slim_unset),
+      fails({"-tile_info", "-slf-pattern", "s"}, "Mandatory variables slf_pattern or data-pattern not set!"),
+      fails(With(info, {"-height", "0"}), "Mandatory variables width/height not set!"),
+      fails(With(info, box), "Mandatory variables min/max_lat/lon not set!"),
+      fails(With(info, With(box, {"-max-lon", "20", "-num-x-tiles", "3"})),
+            "Mandatory variables num_x or num_y not set!"),
+      fails({"-tile", "-filename", "f", "-image"}, "Missing -vector or -image after -tile!"),
+      fails({"-tile", "-vector", "-filename", "f"},
+            "Mandatory variables filename or template not set for -tile!"),
+      fails({"-tile", "-image", "-filename", "i", "-template", "t", "-num-x-tiles", "0", "-num-y-tiles", "2"},
+            "Mandatory variables num-x/y-tiles not set for -tile!"),
+      fails(With(vector, {"-tvf-extent", "-num-points", "5"}),
+            "-attr and -num-points are not allowed for -tile!"),
+      fails(With(vector, box), "-world-extent, -tvf-extent or -min/max-lat/lon are required!"),
+      fails(With(vector, {"-world-extent", "-min-lat", "0"}), with_extent),
+      fails(With(vector, {"-tvf-extent", "-pos-range", "-neg-range"}), one_range),
+      fails(With(vector, {"-tvf-extent", "-custom-range", "-min-wlon", "0"}),
+            "Min world lon and max world lon not both set!"),
+      fails(With(vector, {"-tvf-extent", "-custom-range", "-min-wlon", "9", "-max-wlon", "9"}),
+            "Invalid wrap range!"),
+      fails({"-split", "-filename", "f", "-bbox"},
+            "Mandatory variables filename or output not set for -split!"),
+      fails(split, "No -attr, -bbox or -num-points specified for -split!"),
+      fails(With(split, {"-attr", "@1==1", "-bbox"}), "Only one -attr, -bbox or -num-points is allowed!"),
+      fails(With(split, {"-num-points", "1"}), "Number of points must be at least 2!"),
+      fails(With(split, {"-num-points", "3", "-min-wlon", "0", "-max-wlon", "360"}), "Invalid wrap range!"),
+      fails(With(split, {"-bbox", "-tvf-extent", "-min-lat", "0"}), with_extent),
+      fails(With(split, {"-num-points", "3", "-min-lat", "0"}),
+            "-min/max-lat/lon can only be used with -bbox!"),
+      fails(With(With(split, {"-bbox"}), box),
+            "Mandatory extent variables (min/max-lat/lon) are not set for -bbox!"),
+      fails(With(split, {"-num-points", "3", "-invert-attr"}), misplaced),
+      fails(With(split, {"-num-points", "3", "-num-x-tiles", "2"}), misplaced),
+      fails(With(split, {"-attr", "@1==1", "-pos-range"}), misplaced),
+      fails(With(split, {"-bbox", "-tvf-extent", "-num-y-tiles", "0"}), misplaced),
+      fails({"-lif", "-path", "p"}, "Missing -vector or -image after -slf!"),
+      fails({"-slf", "-image", "-path", "p"}, unset),
+      fails(With(slf_vector, {"-multi-layer", "-b", "-a"}), "-b and -a are both set!"),
+      fails(slf_vector, "-single-layer or -multi-layer is required in -vector mode!"),
+      fails(With(slf_vector, {"-single-layer", "-multi-layer"}),
+            "Only one of -single-layer or -multi-layer may be used!"),
+      fails(With(slf_vector, {"-single-layer"}),
+            "Mandatory variable -out-slf-name not set in -single-layer mode!"),
+      fails(slf_image, slf_image_name),
+      Fails(With(slf_image, {"-multi-layer"}),
+            Warning("-multi-layer is not supported in -image mode, ignored!") + Error(slf_image_name)),
+      Fails(With(slf_vector, {"-multi-layer", "-out-slf-name", "all"}),
+            Warning("-out-slf-name ignored in -multi-layer mode.") + Error("Could not be opened: tree") +
+                Warning("Errors converting some files in: tree")),
   });
 }
 
-// Valid command lines reach the mode's worker; while a worker is missing
-// from the build the mode says so and fails.
+// Valid command lines reach the mode's worker, whose result is the exit status.
 TEST(DriverCliTest, ValidCommandLinesReachTheWorkers) {
-  const std::string no_input =
-      Error("Could not open TVF file: a") + Error("Could not read input file: a");
-  const std::string no_output = Error("Could not open output file: /nonexistent/o.tvf");
+  const std::string no_input = Error("Could not open TVF file: a") + Error("Could not read input file: a");
+  const Args grid = {"-num-x-tiles", "2", "-num-y-tiles", "3"};
   RunCases({
-      Fails("tvf-info", {"-tvf-info", "a.tvf", "-b.tvf"},
+      Fails({"-tvf-info", "a.tvf", "-b.tvf"},
             Error("Could not open TVF file: a.tvf") + Error("Error reading file, skipping: a.tvf") +
-                Error("Could not open TVF file: -b.tvf") +
-                Error("Error reading file, skipping: -b.tvf") +
+                Error("Could not open TVF file: -b.tvf") + Error("Error reading file, skipping: -b.tvf") +
                 Error("Errors processing some files")),
-      Fails("merge",
-            {"-merge", "-output", "/nonexistent/o.tvf", "a.tvf", "-", "b.tvf", "-filter", "f"},
-            no_output),
-      Fails("merge -a -b", {"-merge", "-a", "-b", "-output", "/nonexistent/o.tvf", "a.tvf"},
-            no_output),
-      Fails("convert", {"-convert", "-verbosity", "2", "-progress", "5", "-b", "-path", "p",
-                        "-pattern", "*"},
+      Fails({"-merge", "-output", "/nonexistent/o.tvf", "a.tvf", "-", "-a", "-b", "-filter", "f"},
+            Error("Could not open output file: /nonexistent/o.tvf")),
+      // "Terminated/Done!" shows at verbosity 2; a leading -progress leaves the verbosity alone.
+      Fails({"-verbosity", "2", "-convert", "-b", "-path", "p", "-pattern", "*"},
             Error("Could not be opened: p") + Warning("Errors converting some files for: p") +
-                Info("Terminated/Done!")),
-      Fails("slim", {"-slim", "-verbosity", "1", "-filename", "a", "-output", "b", "-resolution",
-                     "0.1", "-b"},
+                "VmpMap: Info: Terminated/Done!\n"),
+      Fails({"-progress", "2", "-convert", "-progress", "5", "-path", "p", "-pattern", "*"},
+            Error("Could not be opened: p") + Warning("Errors converting some files for: p")),
+      Fails({"-slim", "-verbosity", "1", "-filename", "a", "-output", "b", "-resolution", "0.1", "-b"},
             no_input + Error("Error sliming data")),
-      Fails("tile image", {"-tile", "-image", "-filename", "a.jpg", "-template", "t",
-                           "-num-x-tiles", "2", "-num-y-tiles", "3", "-elevation"},
-            Error("Only TIFF format is supported for elevation data.") +
-                Error("Error tiling image")),
-      Fails("tile vector", {"-tile", "-vector", "-filename", "a", "-template", "t", "-num-x-tiles",
-                            "2", "-num-y-tiles", "3", "-tvf-extent", "-custom-range", "-min-wlon",
-                            "-10", "-max-wlon", "350", "-b"},
+      Fails(With({"-tile", "-image", "-filename", "a.jpg", "-template", "t", "-elevation"}, grid),
+            Error("Only TIFF format is supported for elevation data.") + Error("Error tiling image")),
+      Fails(With({"-tile", "-vector", "-filename", "a", "-template", "t", "-tvf-extent", "-custom-range",
+                  "-min-wlon", "-10", "-max-wlon", "350", "-b"}, grid),
             no_input + Error("Error tiling vector data")),
-      Fails("split", {"-split", "-filename", "a", "-output", "b", "-attr", "@1==2", "-invert-attr"},
+      Fails({"-split", "-filename", "a", "-output", "b", "-attr", "@1==2", "-invert-attr"},
             no_input + Error("Error splitting data")),
-      Fails("tile_info", {"-tile_info", "-verbosity", "1", "-slf-pattern", "no/s", "-data-pattern",
-                          "d", "-width", "10", "-height", "10", "-num-x-tiles", "1",
-                          "-num-y-tiles", "1", "-min-lat", "0", "-max-lat", "1", "-min-lon", "0",
-                          "-max-lon", "1"},
-            Error("Could not open tile info file: no/s00") +
-                Error("Error generating tile info files")),
-      Fails("slf", {"-lif", "-image", "-path", "p", "-pattern", "*.jpg", "-out-slf-name", "x"},
+      Fails({"-tile_info", "-verbosity", "1", "-slf-pattern", "no/s", "-data-pattern", "d", "-width", "10",
+             "-height", "10", "-num-x-tiles", "1", "-num-y-tiles", "1", "-min-lat", "0", "-max-lat", "1",
+             "-min-lon", "0", "-max-lon", "1"},
+            Error("Could not open tile info file: no/s00") + Error("Error generating tile info files")),
+      Fails({"-lif", "-image", "-path", "p", "-pattern", "*.jpg", "-out-slf-name", "x"},
             Error("Could not be opened: p") + Warning("Errors converting some files in: p")),
-      Fails("shp2tvf reads its own options", {"-shp2tvf", "-r", "-bogus", "dir"},
-            "Unknown option: -bogus\n\n" + Shp2TvfUsage()),
+      Fails({"-shp2tvf", "-r", "-bogus", "dir"}, "Unknown option: -bogus\n\n" + Shp2TvfUsage()),
   });
 }
 
@@ -430,33 +291,26 @@ TEST(DriverCliTest, MapServerMode) {
   const Args cgi = {"-generate", "-cgi", "-dataset", "world.sdf"};
   const Env no_query = {{"QUERY_STRING", std::nullopt}};
   const Env query = {{"QUERY_STRING", "SERVICE=WMS&REQUEST=GetCapabilities"}};
-  const std::string no_dataset = "Mandatory variable dataset is not set!\n";
+  const std::string no_dataset = "Mandatory variable dataset is not set!";
   const std::string too_small = "iteration_max is too small: min=10000.\n\n";
   const std::string fcgi = "-fcgi option is not supported on this platform\n";
   const std::string no_query_string = "Missing QUERY_STRING environment variable in CGI mode!";
   RunCases({
-      Fails("no arguments at all", {"-generate"}, no_dataset),
-      Fails("no dataset", {"-generate", "-oGISreq", "x", "-output", "o.jpg"}, no_dataset),
-      Fails("dataset before iteration max", {"-generate", "-iteration-max", "5"}, no_dataset),
-      Fails("iteration max 9999", With(valid, {{"-iteration-max", "9999"}}), too_small),
-      Fails("iteration max 9999.5", With(valid, {{"-iteration-max", "9999.5"}}), too_small),
-      Served("iteration max 10000", With(valid, {{"-iteration-max", "10000"}})),
-      Fails("no request", {"-generate", "-dataset", "world.sdf"},
-            "Mandatory variable oGISreq not set in non-CGI mode!\n"),
-      Served("request", With(valid, {{"-output", "-", "-verbosity", "1"}})),
-      Fails("fcgi with a valid command line", With(valid, {{"-fcgi"}}), fcgi),
-      Fails("fcgi before everything", {"-generate", "-fcgi", "-cgi"}, fcgi, query),
-      CgiFails("cgi without QUERY_STRING", cgi, no_query_string, no_query),
-      CgiFails("cgi ignores -oGISreq", With(valid, {{"-cgi"}}), no_query_string, no_query),
-      Served("cgi with QUERY_STRING", cgi, query, true),
-      Served("cgi with an empty QUERY_STRING", cgi, {{"QUERY_STRING", ""}}, true),
-      CgiFails("cgi without dataset", {"-generate", "-cgi"}, "Mandatory variable dataset is not set!",
-               query),
+      Fails({"-generate", "-oGISreq", "x", "-output", "o.jpg"}, no_dataset + "\n"),
+      Fails({"-generate", "-iteration-max", "5"}, no_dataset + "\n"),
+      Fails(With(valid, {"-iteration-max", "9999.5"}), too_small),
+      Served(With(valid, {"-iteration-max", "10000"})),
+      Fails({"-generate", "-dataset", "world.sdf"}, "Mandatory variable oGISreq not set in non-CGI mode!\n"),
+      Served(With(valid, {"-output", "-", "-verbosity", "1"})),
+      Fails({"-generate", "-fcgi", "-cgi"}, fcgi, query),
+      CgiFails(With(valid, {"-cgi"}), no_query_string, no_query),
+      CgiFails({"-generate", "-cgi"}, no_dataset, query),
+      Served(cgi, query, true),
+      Served(cgi, {{"QUERY_STRING", ""}}, true),
   });
 }
 
-// Log files go to the directory named by the environment, and never in CGI
-// mode.
+// Log files go to the directory named by the environment, and never in CGI mode.
 TEST(DriverCliTest, LogFiles) {
   TempDir logs, cwd;
   RunOptions options;
@@ -468,8 +322,7 @@ TEST(DriverCliTest, LogFiles) {
   EXPECT_EQ(test::ReadFile(logs / "vmp_error.log"),
             "VmpMap: Error: Missing mandatory -output parameter for -merge!\n");
   r = RunMapServer({"-version"}, options);
-  EXPECT_EQ(test::ReadFile(logs / "kav_error.log"),
-            "\nInfo: KAV Toolkit and KAV Map Server Version 3.5\n");
+  EXPECT_EQ(test::ReadFile(logs / "kav_error.log"), "\nInfo: KAV Toolkit and KAV Map Server Version 3.5\n");
   EXPECT_TRUE(std::filesystem::is_empty(cwd.path()));
 
   TempDir cgi_logs;
