@@ -125,10 +125,15 @@ class TileSampler {
         }
       }
     }
-    if ((s[0].a & s[1].a & s[2].a & s[3].a) == 255) {  // all opaque: plain weights
-      out = {static_cast<uint8_t>(w[0] * s[0].r + w[1] * s[1].r + w[2] * s[2].r + w[3] * s[3].r + 0.5),
-             static_cast<uint8_t>(w[0] * s[0].g + w[1] * s[1].g + w[2] * s[2].g + w[3] * s[3].g + 0.5),
-             static_cast<uint8_t>(w[0] * s[0].b + w[1] * s[1].b + w[2] * s[2].b + w[3] * s[3].b + 0.5), 255};
+    if ((s[0].a & s[1].a & s[2].a & s[3].a) == 255) {
+      // All opaque: plain weights, in 1/256 steps on integers.
+      const int32_t wu = static_cast<int32_t>(du * 256.0 + 0.5), wv = static_cast<int32_t>(dv * 256.0 + 0.5);
+      auto mix = [wu, wv](int32_t a, int32_t b, int32_t c, int32_t d) {
+        const int32_t top = a * (256 - wu) + b * wu, bottom = c * (256 - wu) + d * wu;
+        return static_cast<uint8_t>((top * (256 - wv) + bottom * wv + 32768) >> 16);
+      };
+      out = {mix(s[0].r, s[1].r, s[2].r, s[3].r), mix(s[0].g, s[1].g, s[2].g, s[3].g),
+             mix(s[0].b, s[1].b, s[2].b, s[3].b), 255};
       return true;
     }
     double a = 0, r = 0, g = 0, b = 0;
