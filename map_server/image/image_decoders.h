@@ -10,7 +10,11 @@
 
 namespace vmp {
 
-bool ReadJpegFile(std::FILE* file, const std::string& path, LoadedImage& image);
+struct DecodeScaleHint;
+
+// Decodes at the reduced size the hint allows (full size without one).
+bool ReadJpegFile(std::FILE* file, const std::string& path, LoadedImage& image,
+                  const DecodeScaleHint& hint);
 bool ReadPngFile(std::FILE* file, const std::string& path, LoadedImage& image);
 bool ReadTiffFile(std::FILE* file, const std::string& path, bool elevation, LoadedImage& image);
 

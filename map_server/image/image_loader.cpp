@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <memory>
 #include <new>
@@ -39,6 +40,23 @@ int ImageFormatFromName(std::string_view path) {
   return kImageFormatFromName;
 }
 
+int DecodeScaleFor(const DecodeScaleHint& hint, int64_t width, int64_t height) {
+  // Without a usable extent the tile's pixel size is unknown: full size.
+  if (!(hint.max_degrees_per_pixel > 0.0) || !(hint.lon_span > 0.0) || !(hint.lat_span > 0.0) ||
+      !std::isfinite(hint.lon_span) || !std::isfinite(hint.lat_span) || width <= 0 || height <= 0) {
+    return 1;
+  }
+  const double lon_per_pixel = hint.lon_span / static_cast<double>(width);
+  const double lat_per_pixel = hint.lat_span / static_cast<double>(height);
+  for (int scale : {8, 4, 2}) {
+    if (lon_per_pixel * scale <= hint.max_degrees_per_pixel &&
+        lat_per_pixel * scale <= hint.max_degrees_per_pixel) {
+      return scale;
+    }
+  }
+  return 1;
+}
+
 bool AllocateLoadedImage(const std::string& path, uint64_t width, uint64_t height, int samples,
                          int sample_bytes, LoadedImage& image) {
   const int64_t limit = ImageFiles().max_image_bytes;
@@ -62,7 +80,7 @@ bool AllocateLoadedImage(const std::string& path, uint64_t width, uint64_t heigh
 }
 
 bool LoadImageFile(std::string_view path_view, int format, bool elevation, LoadedImage& image,
-                   bool tolerate_unknown) {
+                   bool tolerate_unknown, const DecodeScaleHint& hint) {
   if (path_view.empty()) {
     Report(kError, "NULL filename");
     return false;
@@ -93,10 +111,12 @@ bool LoadImageFile(std::string_view path_view, int format, bool elevation, Loade
   }
   image.elevation = false;
   image.signed_elevation = false;
+  image.scale = 1;
+  image.source_width = image.source_height = 0;
   bool loaded = false;
   switch (format) {
     case kJpegFormat:
-      loaded = ReadJpegFile(file.get(), path, image);
+      loaded = ReadJpegFile(file.get(), path, image, hint);
       break;
     case kPngFormat:
       loaded = ReadPngFile(file.get(), path, image);

@@ -59,6 +59,16 @@ struct LoadedImage {
   GrowBuffer<uint16_t> elevation_samples;
   // Geographic bounds of a grid tile (set by the tile loader).
   double min_lat = 0, max_lat = 0, min_lon = 0, max_lon = 0;
+  // A JPEG decoded at a reduced size: 1/scale of the file's pixels a side
+  // (pixel i covers the file's pixels i * scale .. i * scale + scale - 1;
+  // the last column and row may cover fewer). source_width and
+  // source_height are the file's own size; 0 means width and height.
+  int scale = 1;
+  int64_t source_width = 0;
+  int64_t source_height = 0;
+
+  int64_t SourceWidth() const { return source_width > 0 ? source_width : width; }
+  int64_t SourceHeight() const { return source_height > 0 ? source_height : height; }
 };
 
 }  // namespace vmp

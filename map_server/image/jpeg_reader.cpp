@@ -10,6 +10,7 @@
 #include <jpeglib.h>
 
 #include "map_server/image/image_decoders.h"
+#include "map_server/image/image_loader.h"
 #include "map_server/image/image_settings.h"
 #include "toolkit/message_log.h"
 
@@ -56,7 +57,7 @@ void JpegProgress(j_common_ptr cinfo) {
 }
 
 bool JpegReadHeader(jpeg_decompress_struct* cinfo, jpeg_progress_mgr* progress, std::FILE* file,
-                    long max_memory) {
+                    long max_memory, const DecodeScaleHint& hint) {
   if (setjmp(ErrorManagerOf(reinterpret_cast<j_common_ptr>(cinfo))->jump)) return false;
   jpeg_create_decompress(cinfo);
   // Progressive files keep all coefficients in memory; keep that within a
@@ -65,6 +66,11 @@ bool JpegReadHeader(jpeg_decompress_struct* cinfo, jpeg_progress_mgr* progress, 
   cinfo->progress = progress;
   jpeg_stdio_src(cinfo, file);
   jpeg_read_header(cinfo, TRUE);
+  const int scale = DecodeScaleFor(hint, cinfo->image_width, cinfo->image_height);
+  if (scale > 1) {
+    cinfo->scale_num = 1;
+    cinfo->scale_denom = static_cast<unsigned int>(scale);
+  }
   jpeg_calc_output_dimensions(cinfo);
   return true;
 }
@@ -97,7 +103,8 @@ void ReportJpegFailure(const std::string& path, const char* libjpeg_message) {
 
 }  // namespace
 
-bool ReadJpegFile(std::FILE* file, const std::string& path, LoadedImage& image) {
+bool ReadJpegFile(std::FILE* file, const std::string& path, LoadedImage& image,
+                  const DecodeScaleHint& hint) {
   jpeg_decompress_struct cinfo;
   std::memset(&cinfo, 0, sizeof(cinfo));
   JpegErrorManager err;
@@ -113,7 +120,7 @@ bool ReadJpegFile(std::FILE* file, const std::string& path, LoadedImage& image) 
 
   const int64_t limit = ImageFiles().max_image_bytes;
   const long max_memory = limit > (int64_t{1} << 60) ? 0 : static_cast<long>(limit * 3);
-  if (!JpegReadHeader(&cinfo, &progress, file, max_memory)) {
+  if (!JpegReadHeader(&cinfo, &progress, file, max_memory, hint)) {
     ReportJpegFailure(path, err.message);
     return false;
   }
@@ -136,6 +143,9 @@ bool ReadJpegFile(std::FILE* file, const std::string& path, LoadedImage& image) 
   image.height = cinfo.output_height;
   image.samples_per_pixel = components;
   image.has_alpha = false;
+  image.scale = static_cast<int>(cinfo.scale_denom / cinfo.scale_num);
+  image.source_width = cinfo.image_width;
+  image.source_height = cinfo.image_height;
   return true;
 }
 

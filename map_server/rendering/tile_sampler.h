@@ -2,7 +2,8 @@
 //
 // A tile's bounds are the outer edges of its pixels: column c covers
 // longitudes min_lon + c * w .. min_lon + (c + 1) * w with w the bounds'
-// width over the image width, rows run down from max_lat. Where tiles
+// width over the image file's width (times the scale of a tile decoded at a
+// reduced size), rows run down from max_lat. Where tiles
 // overlap, the first in the given order wins. A lookup does not search all
 // tiles: the union of the tiles' bounds is divided into buckets, each
 // holding the (few) tiles that overlap it.

@@ -50,7 +50,7 @@ size_t TvfInput::ReadSlow(char* out, size_t size) {
   return done;
 }
 
-size_t TvfInput::Skip(size_t size) {
+size_t TvfInput::SkipSlow(size_t size) {
   size_t done = 0;
   while (done < size) {
     if (pos_ == end_ && !Refill()) break;

@@ -46,7 +46,13 @@ class TvfInput {
     return ReadSlow(static_cast<char*>(out), size);
   }
   // Skips size bytes; returns how many were skipped.
-  size_t Skip(size_t size);
+  size_t Skip(size_t size) {
+    if (static_cast<size_t>(end_ - pos_) >= size) {
+      pos_ += size;
+      return size;
+    }
+    return SkipSlow(size);
+  }
   // Skips blanks, tabs, line breaks, vertical tabs and form feeds.
   void SkipSpace() {
     for (;;) {
@@ -70,6 +76,7 @@ class TvfInput {
  private:
   bool Refill();
   size_t ReadSlow(char* out, size_t size);
+  size_t SkipSlow(size_t size);
 
   FILE* file_ = nullptr;
   std::unique_ptr<char[]> buffer_;

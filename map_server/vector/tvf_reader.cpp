@@ -1,6 +1,7 @@
 #include "map_server/vector/tvf_reader.h"
 
 #include <algorithm>
+#include <bit>
 #include <chrono>
 #include <cmath>
 #include <memory>
@@ -82,10 +83,9 @@ bool ReadHex(TvfInput& in, int64_t* out) {
 }
 
 bool ReadLittleEndian(TvfInput& in, uint64_t* out) {
-  unsigned char bytes[8];
-  if (in.Read(bytes, 8) != 8) return false;
-  uint64_t value = 0;
-  for (int i = 7; i >= 0; --i) value = (value << 8) | bytes[i];
+  uint64_t value;
+  if (in.Read(&value, 8) != 8) return false;
+  if constexpr (std::endian::native == std::endian::big) value = __builtin_bswap64(value);
   *out = value;
   return true;
 }
@@ -108,8 +108,9 @@ size_t PlausibleCount(uint64_t declared, uint64_t min_bytes, const TvfInput& in)
 // Reads the records of one file; owns the per-load state and messages.
 class TvfRecordReader {
  public:
-  TvfRecordReader(TvfInput& in, const std::string& name, VectorData& data, bool quiet)
-      : in_(in), name_(name), data_(data), quiet_(quiet) {}
+  TvfRecordReader(TvfInput& in, const std::string& name, VectorData& data, bool quiet,
+                  bool keep_attributes)
+      : in_(in), name_(name), data_(data), quiet_(quiet), keep_attributes_(keep_attributes) {}
 
   bool ReadHeader();
   bool ReadRecords();
@@ -126,12 +127,14 @@ class TvfRecordReader {
   bool ReadPolygon();
   bool ReadMarker();
   bool ReadAttributes(Feature& feature, int64_t count);
+  bool SkipAttributes(int64_t count);
   void JoinGroup(PolygonFeature* polygon);
 
   TvfInput& in_;
   const std::string& name_;
   VectorData& data_;
   bool quiet_;
+  bool keep_attributes_;
   TvfFormat format_ = TvfFormat::kAscii;
   int64_t version_ = kTvfVersion;
   PolygonFeature* group_head_ = nullptr;  // head of the open polygon group
@@ -275,6 +278,7 @@ bool TvfRecordReader::ReadAttributes(Feature& feature, int64_t count) {
     return false;
   }
   if (count == 0) return true;
+  if (!keep_attributes_) return SkipAttributes(count);
   uint64_t min_bytes =
       format_ == TvfFormat::kBinary ? kMinBinaryAttributeBytes : kMinAsciiAttributeBytes;
   feature.attributes.reserve(PlausibleCount(static_cast<uint64_t>(count), min_bytes, in_));
@@ -327,6 +331,44 @@ bool TvfRecordReader::ReadAttributes(Feature& feature, int64_t count) {
   feature.index_map.assign(static_cast<size_t>(max_index) + 1, -1);
   for (size_t i = 0; i < feature.attributes.size(); ++i) {
     feature.index_map[static_cast<size_t>(feature.attributes[i].index)] = static_cast<int64_t>(i);
+  }
+  return true;
+}
+
+// Reads past `count` attribute entries with the checks of ReadAttributes,
+// keeping nothing.
+bool TvfRecordReader::SkipAttributes(int64_t count) {
+  for (int64_t i = 0; i < count; ++i) {
+    int64_t index = 0, type = 0;
+    if (!ReadInteger(&index) || !ReadInteger(&type) || index < 0 || index > kTvfMaxAttributeIndex) {
+      Fail("Bad attribute");
+      return false;
+    }
+    double unused;
+    switch (type) {
+      case 1:
+        if (!ReadTvfString(in_, format_, nullptr, quiet_)) {
+          Fail("Bad S attribute");
+          return false;
+        }
+        break;
+      case 2:
+        if (!ReadTvfReal(in_, format_, &unused)) {
+          Fail("Bad D attribute");
+          return false;
+        }
+        break;
+      case 3:
+        if (!ReadTvfReal(in_, format_, &unused) || !ReadTvfReal(in_, format_, &unused) ||
+            !ReadTvfReal(in_, format_, &unused)) {
+          Fail("Bad G attribute");
+          return false;
+        }
+        break;
+      default:
+        Fail("Unknown attribute type");
+        return false;
+    }
   }
   return true;
 }
@@ -451,11 +493,14 @@ bool ConvertShapefileToTvfStream(const std::string& shapefile, FILE* out) {
   return ConvertShapefile(shapefile, out, TvfFormat::kBinary);
 }
 
-bool LoadTvfStream(TvfInput& input, const std::string& name, VectorData& data, bool quiet) {
+bool LoadTvfStream(TvfInput& input, const std::string& name, VectorData& data, bool quiet,
+                   TvfAttributes attributes) {
   data.Clear();
   data.loading = true;
   data.error = true;
-  TvfRecordReader reader(input, name, data, quiet);
+  const bool keep = attributes == TvfAttributes::kRead;
+  data.attributes_skipped = !keep;
+  TvfRecordReader reader(input, name, data, quiet, keep);
   if (!reader.ReadHeader()) return false;
   bool ok = reader.ReadRecords() && !input.Failed();
   data.loading = false;
@@ -472,7 +517,7 @@ bool LoadTvfStream(TvfInput& input, const std::string& name, VectorData& data, b
 }
 
 bool LoadTvfFile(const std::string& file_name, TvfSource source, VectorData& data,
-                 std::string_view filter_command, bool quiet) {
+                 std::string_view filter_command, bool quiet, TvfAttributes attributes) {
   data.Clear();
   data.loading = true;
   data.error = true;
@@ -521,7 +566,7 @@ bool LoadTvfFile(const std::string& file_name, TvfSource source, VectorData& dat
   }
 
   TvfInput input(stream);
-  bool ok = LoadTvfStream(input, file_name, data, quiet);
+  bool ok = LoadTvfStream(input, file_name, data, quiet, attributes);
   if (ok && Verbosity() >= 6) Report(kInfo, "Loaded TVF file", file_name);
   report_time();
   return ok;
