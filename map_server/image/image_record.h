@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "map_server/util/large_buffer.h"
+
 namespace vmp {
 
 // Format codes of image files (a layer's format code, or 0 for "from the
@@ -32,14 +34,14 @@ class GrowBuffer {
     if (size > capacity_) {
       data_.reset();
       capacity_ = 0;
-      data_ = std::make_unique_for_overwrite<T[]>(size);
+      data_ = AllocateLarge<T>(size);
       capacity_ = size;
     }
     size_ = size;
   }
 
  private:
-  std::unique_ptr<T[]> data_;
+  LargeArray<T> data_;
   size_t size_ = 0;
   size_t capacity_ = 0;
 };

@@ -57,13 +57,14 @@ inline double Atan2Kernel(double y, double x) {
 #endif
 
 // Globe rows: the point (x, y, z) of the unit sphere under each pixel (x
-// towards the centre's meridian on the equator, y east, z north) and its
-// latitude and longitude. Columns are counted from `first` in an int so
-// that the conversion to double vectorises; a row is never 2^31 wide.
+// towards the centre's meridian on the equator, y east, z north), its
+// latitude and its longitude east of the centre (degrees, before the
+// centre's longitude is added). Columns are counted from `first` in an int
+// so that the conversion to double vectorises; a row is never 2^31 wide.
 VMP_ROW_CLONES void GlobeRow(const MapGeometry& g, double py, double first, int count,
-                             double* __restrict lat, double* __restrict lon) {
+                             double* __restrict lat, double* __restrict east) {
   const double sin0 = g.sin_center_lat, cos0 = g.cos_center_lat;
-  const double cx = g.center_x, isx = g.inv_scale_x, lon0 = g.center_lon;
+  const double cx = g.center_x, isx = g.inv_scale_x;
   const double py2 = py * py;
   for (int i = 0; i < count; ++i) {
     const double px = (first + static_cast<double>(i) - cx) * isx;
@@ -73,9 +74,37 @@ VMP_ROW_CLONES void GlobeRow(const MapGeometry& g, double py, double first, int 
     const double x = cos_c * cos0 - py * sin0;
     const double z = py * cos0 + cos_c * sin0;
     lat[i] = Atan2Kernel(z, std::sqrt(x * x + px * px)) * kRadiansToDegrees;
-    double l = Atan2Kernel(px, x) * kRadiansToDegrees + lon0;
+    east[i] = Atan2Kernel(px, x) * kRadiansToDegrees;
+  }
+}
+
+// Columns x and W - 1 - x lie symmetrically about the centre (their px
+// differ in sign only, exactly): the same latitude, and longitudes east of
+// the centre that differ in sign only. The kernel runs over the columns at
+// or right of the centre that the row needs, directly or as mirrors.
+void GlobeRowMirrored(const MapGeometry& g, double py, RowCoordinates& out) {
+  const int64_t last_column = g.width - 1;
+  const int64_t centre = (last_column + 1) / 2;  // first column with px >= 0
+  int64_t lo = std::max(out.first, centre), hi = out.last;
+  if (out.first < centre) {
+    lo = std::min(lo, last_column - std::min(out.last, centre - 1));
+    hi = std::max(hi, last_column - out.first);
+  }
+  const size_t span = static_cast<size_t>(hi - lo + 1);
+  if (out.half_lat.size() < span) {
+    out.half_lat.resize(span);
+    out.half_east.resize(span);
+  }
+  GlobeRow(g, py, static_cast<double>(lo), static_cast<int>(span), out.half_lat.data(), out.half_east.data());
+  const double lon0 = g.center_lon;
+  for (int64_t x = out.first; x <= out.last; ++x) {
+    const bool right = x >= centre;
+    const size_t k = static_cast<size_t>((right ? x : last_column - x) - lo);
+    const size_t i = static_cast<size_t>(x - out.first);
+    out.lat[i] = out.half_lat[k];
+    double l = (right ? out.half_east[k] : -out.half_east[k]) + lon0;
     l = l > 180.0 ? l - 360.0 : l;
-    lon[i] = l < -180.0 ? l + 360.0 : l;
+    out.lon[i] = l < -180.0 ? l + 360.0 : l;
   }
 }
 
@@ -151,7 +180,7 @@ void ComputeRowCoordinates(const MapGeometry& g, int64_t y, int64_t x0, int64_t 
     if (usual) {
       const double py = (row - g.center_y) * g.inv_scale_y;
       GlobeRowTest(g, py, out.first, count, ok);
-      GlobeRow(g, py, static_cast<double>(out.first), static_cast<int>(count), lat, lon);
+      GlobeRowMirrored(g, py, out);
     } else {
       PerPixelRow(g, row, out.first, count, lat, lon, ok);
     }

@@ -49,7 +49,7 @@ class TileSampler {
   bool Sample(double lat, double lon, SampledColour& out) const {
     const Tile* t = Find(lat, lon);
     if (t == nullptr) return false;
-    const uint8_t* p = t->pixels + (t->width * Row(*t, lat) + Column(*t, lon)) * t->samples;
+    const uint8_t* p = PixelOf(*t, lat, lon);
     switch (t->samples) {
       case 1: out = {p[0], p[0], p[0], 255}; break;
       case 2: out = {p[0], p[0], p[0], p[1]}; break;
@@ -74,6 +74,9 @@ class TileSampler {
     bool signed_elevation;
   };
 
+  static const uint8_t* PixelOf(const Tile& t, double lat, double lon) {
+    return t.pixels + (t.width * Row(t, lat) + Column(t, lon)) * t.samples;
+  }
   static int64_t Column(const Tile& t, double lon) {
     const int64_t c = static_cast<int64_t>((lon - t.min_lon) * t.columns_per_degree);
     return c < t.width ? c : t.width - 1;
