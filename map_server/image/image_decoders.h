@@ -10,11 +10,12 @@
 
 namespace vmp {
 
-struct DecodeScaleHint;
+struct ImageDecodeHint;
 
-// Decodes at the reduced size the hint allows (full size without one).
+// Decodes at the reduced size and the rows the hint allows (all of it at
+// full size without one).
 bool ReadJpegFile(std::FILE* file, const std::string& path, LoadedImage& image,
-                  const DecodeScaleHint& hint);
+                  const ImageDecodeHint& hint);
 bool ReadPngFile(std::FILE* file, const std::string& path, LoadedImage& image);
 bool ReadTiffFile(std::FILE* file, const std::string& path, bool elevation, LoadedImage& image);
 

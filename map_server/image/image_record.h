@@ -65,7 +65,10 @@ struct LoadedImage {
   // (pixel i covers the file's pixels i * scale .. i * scale + scale - 1;
   // the last column and row may cover fewer). source_width and
   // source_height are the file's own size; 0 means width and height.
+  // A JPEG decoded in part holds the decoded rows first_row ..
+  // first_row + height - 1 only.
   int scale = 1;
+  int64_t first_row = 0;
   int64_t source_width = 0;
   int64_t source_height = 0;
 

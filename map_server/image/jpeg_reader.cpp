@@ -2,6 +2,7 @@
 // by calling error_exit, which must not return: ours longjmps back into the
 // small functions below. Those functions hold no C++ objects with
 // destructors, so the jump skips nothing that needs cleaning up.
+#include <algorithm>
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
@@ -57,7 +58,7 @@ void JpegProgress(j_common_ptr cinfo) {
 }
 
 bool JpegReadHeader(jpeg_decompress_struct* cinfo, jpeg_progress_mgr* progress, std::FILE* file,
-                    long max_memory, const DecodeScaleHint& hint) {
+                    long max_memory, const ImageDecodeHint& hint) {
   if (setjmp(ErrorManagerOf(reinterpret_cast<j_common_ptr>(cinfo))->jump)) return false;
   jpeg_create_decompress(cinfo);
   // Progressive files keep all coefficients in memory; keep that within a
@@ -81,10 +82,14 @@ bool JpegStart(jpeg_decompress_struct* cinfo) {
   return true;
 }
 
-bool JpegReadRows(jpeg_decompress_struct* cinfo, uint8_t* out, size_t stride) {
+// Reads rows [first, end) into `out`, skipping the rows before them;
+// decoding stops after the last.
+bool JpegReadRows(jpeg_decompress_struct* cinfo, uint8_t* out, size_t stride, JDIMENSION first,
+                  JDIMENSION end) {
   if (setjmp(ErrorManagerOf(reinterpret_cast<j_common_ptr>(cinfo))->jump)) return false;
-  while (cinfo->output_scanline < cinfo->output_height) {
-    JSAMPROW row = out + static_cast<size_t>(cinfo->output_scanline) * stride;
+  if (first > 0 && jpeg_skip_scanlines(cinfo, first) != first) return false;
+  while (cinfo->output_scanline < end) {
+    JSAMPROW row = out + static_cast<size_t>(cinfo->output_scanline - first) * stride;
     if (jpeg_read_scanlines(cinfo, &row, 1) != 1) return false;
   }
   return true;
@@ -104,7 +109,7 @@ void ReportJpegFailure(const std::string& path, const char* libjpeg_message) {
 }  // namespace
 
 bool ReadJpegFile(std::FILE* file, const std::string& path, LoadedImage& image,
-                  const DecodeScaleHint& hint) {
+                  const ImageDecodeHint& hint) {
   jpeg_decompress_struct cinfo;
   std::memset(&cinfo, 0, sizeof(cinfo));
   JpegErrorManager err;
@@ -130,20 +135,23 @@ bool ReadJpegFile(std::FILE* file, const std::string& path, LoadedImage& image,
     ReportNumber(kError, "Unsupported JPEG color space", path, components);
     return false;
   }
-  if (!AllocateLoadedImage(path, cinfo.output_width, cinfo.output_height, components, 1, image)) {
-    return false;
-  }
+  const int scale = static_cast<int>(cinfo.scale_denom / cinfo.scale_num);
+  const DecodeRows rows = DecodeRowsFor(hint, cinfo.image_height, scale);
+  const auto end = std::min(static_cast<JDIMENSION>(rows.end), cinfo.output_height);
+  const auto first = std::min(static_cast<JDIMENSION>(rows.first), end - 1);
+  if (!AllocateLoadedImage(path, cinfo.output_width, end - first, components, 1, image)) return false;
   if (!JpegStart(&cinfo) || !JpegReadRows(&cinfo, image.pixels.data(),
-                                          static_cast<size_t>(cinfo.output_width) * components)) {
+                                          static_cast<size_t>(cinfo.output_width) * components, first, end)) {
     ReportJpegFailure(path, err.message);
     return false;
   }
   image.format = kJpegFormat;
   image.width = cinfo.output_width;
-  image.height = cinfo.output_height;
+  image.height = end - first;
+  image.first_row = first;
   image.samples_per_pixel = components;
   image.has_alpha = false;
-  image.scale = static_cast<int>(cinfo.scale_denom / cinfo.scale_num);
+  image.scale = scale;
   image.source_width = cinfo.image_width;
   image.source_height = cinfo.image_height;
   return true;

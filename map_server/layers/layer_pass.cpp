@@ -6,6 +6,7 @@
 
 #include "map_server/layers/layer_prepare.h"
 #include "map_server/layers/layer_string.h"
+#include "map_server/layers/view_box.h"
 #include "map_server/service/map_service.h"
 #include "map_server/tiles/tile_selection.h"
 #include "map_server/tiles/tile_walk.h"
@@ -32,6 +33,17 @@ SelectedLayer PlainRecord(const std::string& name) {
 double FinestPixelDegrees(const MapGeometry& g) {
   const double per_pixel = std::min(g.inv_scale_x, g.inv_scale_y);
   return g.projection == kOrthographicProjection ? per_pixel * 180.0 / kPi : per_pixel;
+}
+
+// The latitudes the map shows, from the view's box (sampled along the
+// visible rectangle's border), widened by a tenth and at least a degree so
+// that nothing between the samples is missed.
+void LatitudeBand(const MapGeometry& g, double& min_lat, double& max_lat) {
+  const ViewBox view = ComputeViewBox(g);
+  if (!(view.min_lat <= view.max_lat)) return;
+  const double margin = std::max(1.0, 0.1 * (view.max_lat - view.min_lat));
+  min_lat = view.min_lat - margin;
+  max_lat = view.max_lat + margin;
 }
 
 // Whether drawing (or querying) the layer reads its features' attributes:
@@ -175,6 +187,7 @@ class LayerPass {
     } else {
       const double finest = FinestPixelDegrees(g);
       walk.hints.max_degrees_per_pixel = std::isfinite(finest) && finest > 0.0 ? finest : 0.0;
+      LatitudeBand(g, walk.hints.band_min_lat, walk.hints.band_max_lat);
     }
     if (location_) {
       walk.location_query = true;

@@ -52,6 +52,7 @@ size_t TileSampler::Build(std::span<const ImageTileRef> tiles, Kind kind) {
     t.max_lat = b.max_lat;
     t.width = image->width;
     t.height = image->height;
+    t.first_row = image->first_row;
     // A reduced decoding keeps the file's pixel grid: pixel i covers the
     // file's pixels i * scale onwards.
     const double scale = image->scale > 1 ? image->scale : 1.0;

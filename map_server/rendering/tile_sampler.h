@@ -68,6 +68,7 @@ class TileSampler {
     double min_lon, max_lon, min_lat, max_lat;
     double columns_per_degree, rows_per_degree;
     int64_t width, height;
+    int64_t first_row;
     int samples;
     const uint8_t* pixels;
     const uint16_t* elevation;
@@ -81,9 +82,11 @@ class TileSampler {
     const int64_t c = static_cast<int64_t>((lon - t.min_lon) * t.columns_per_degree);
     return c < t.width ? c : t.width - 1;
   }
+  // A tile decoded in part holds rows first_row onwards; rows beyond its
+  // band (which the map does not show) take the nearest row held.
   static int64_t Row(const Tile& t, double lat) {
-    const int64_t r = static_cast<int64_t>((t.max_lat - lat) * t.rows_per_degree);
-    return r < t.height ? r : t.height - 1;
+    const int64_t r = static_cast<int64_t>((t.max_lat - lat) * t.rows_per_degree) - t.first_row;
+    return r < 0 ? 0 : (r < t.height ? r : t.height - 1);
   }
 
   // The first tile containing the point; the longitude is also tried +-360

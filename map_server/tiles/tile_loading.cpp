@@ -153,8 +153,9 @@ void SetImageBounds(const TileGrid* grid, int64_t column, int64_t row, const Slf
   image.max_lat = tile.bounds.max_lat;
 }
 
-DecodeScaleHint ScaleHintOf(const TileBounds& bounds, const TileLoadHints& hints) {
-  return {bounds.max_lon - bounds.min_lon, bounds.max_lat - bounds.min_lat, hints.max_degrees_per_pixel};
+ImageDecodeHint DecodeHintOf(const TileBounds& bounds, const TileLoadHints& hints) {
+  return {bounds.min_lon,         bounds.max_lon,     bounds.min_lat,    bounds.max_lat,
+          hints.max_degrees_per_pixel, hints.band_min_lat, hints.band_max_lat};
 }
 
 std::shared_ptr<TileRecord> LoadTile(TileKind kind, Layer& layer, const VolatileSettings& settings,
@@ -231,7 +232,7 @@ std::shared_ptr<TileRecord> LoadTile(TileKind kind, Layer& layer, const Volatile
     const int format = static_cast<int>(r.image_format);
     tile->nominal_bounds = tile->bounds;
     if (!LoadImageFile(tile->path, format, elevation, tile->image, false,
-                       ScaleHintOf(tile->nominal_bounds, hints))) {
+                       DecodeHintOf(tile->nominal_bounds, hints))) {
       tile->read_errors = true;
       if (!quiet) Report(kError, "Could not be read", tile->path);
     } else {
@@ -281,9 +282,13 @@ std::shared_ptr<TileRecord> LoadTile(TileKind kind, Layer& layer, const Volatile
 bool TileMeetsHints(const TileRecord& tile, const TileLoadHints& hints) {
   if (tile.kind == TileKind::kVector) return hints.attributes ? !tile.vector.attributes_skipped : true;
   const LoadedImage& image = tile.image;
-  if (image.scale <= 1) return true;
-  return DecodeScaleFor(ScaleHintOf(tile.nominal_bounds, hints), image.SourceWidth(), image.SourceHeight()) >=
-         image.scale;
+  if (image.format != kJpegFormat) return true;
+  const ImageDecodeHint hint = DecodeHintOf(tile.nominal_bounds, hints);
+  if (image.scale > 1 && DecodeScaleFor(hint, image.SourceWidth(), image.SourceHeight()) < image.scale) {
+    return false;
+  }
+  const DecodeRows rows = DecodeRowsFor(hint, image.SourceHeight(), image.scale);
+  return rows.first >= image.first_row && rows.end <= image.first_row + image.height;
 }
 
 std::shared_ptr<TileRecord> LoadVectorTile(Layer& layer, const VolatileSettings& settings,

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -35,6 +36,10 @@ struct TileLoadHints {
   // Image tiles: the coarsest pixel size, in degrees, that still serves the
   // map (JPEG tiles are then decoded at a reduced size); 0: full size.
   double max_degrees_per_pixel = 0.0;
+  // Image tiles: the latitudes the map shows (JPEG tiles are decoded only
+  // over them).
+  double band_min_lat = -std::numeric_limits<double>::infinity();
+  double band_max_lat = std::numeric_limits<double>::infinity();
 };
 
 // Whether a loaded tile gives what `hints` ask for.
