@@ -4,6 +4,7 @@
 #include <bit>
 #include <chrono>
 #include <cmath>
+#include <cstring>
 #include <memory>
 
 #include "map_server/vector/c_real_scan.h"
@@ -335,10 +336,49 @@ bool TvfRecordReader::ReadAttributes(Feature& feature, int64_t count) {
   return true;
 }
 
+// A little-endian 8-byte field at `p`.
+int64_t LoadField(const char* p) {
+  uint64_t value;
+  std::memcpy(&value, p, 8);
+  if constexpr (std::endian::native == std::endian::big) value = __builtin_bswap64(value);
+  return static_cast<int64_t>(value);
+}
+
+// The binary entries that need no message, straight from the input's
+// buffer: false (nothing taken) for anything else, which the field readers
+// then read with their checks and messages.
+bool SkipPlainBinaryAttribute(TvfInput& in) {
+  const char* p = in.Contiguous(24);
+  if (p == nullptr) return false;
+  const int64_t index = LoadField(p), type = LoadField(p + 8);
+  if (index < 0 || index > kTvfMaxAttributeIndex) return false;
+  if (type == 2) {
+    in.Consume(24);
+    return true;
+  }
+  if (type == 3) {
+    if (in.Contiguous(40) == nullptr) return false;
+    in.Consume(40);
+    return true;
+  }
+  if (type != 1) return false;
+  const int64_t length = LoadField(p + 16);
+  if (length == -1) {
+    in.Consume(24);
+    return true;
+  }
+  if (length < 0 || length > kTvfMaxStringLength) return false;
+  const size_t size = 24 + static_cast<size_t>(length) + 1;
+  if (in.Contiguous(size) == nullptr) return false;
+  in.Consume(size);
+  return true;
+}
+
 // Reads past `count` attribute entries with the checks of ReadAttributes,
 // keeping nothing.
 bool TvfRecordReader::SkipAttributes(int64_t count) {
   for (int64_t i = 0; i < count; ++i) {
+    if (format_ == TvfFormat::kBinary && SkipPlainBinaryAttribute(in_)) continue;
     int64_t index = 0, type = 0;
     if (!ReadInteger(&index) || !ReadInteger(&type) || index < 0 || index > kTvfMaxAttributeIndex) {
       Fail("Bad attribute");
