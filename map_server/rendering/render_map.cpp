@@ -111,6 +111,7 @@ class LayerLoop {
       const int64_t type = active->layer->record.layer_type;
       if (type == kLayerImage) {
         const ImageLayerRun run = FindImageLayerRun(slots_, i);
+        for (size_t k : run.layers) ReportDrawing(*entries[k]);
         ReportImageLayerRun(run);
         DrawImageRun(entries, run);
         i = run.next;
@@ -141,7 +142,6 @@ class LayerLoop {
     std::vector<ImageLayerInput> inputs;
     for (size_t k = 0; k < run.layers.size(); ++k) {
       const ActiveLayer& active = *entries[run.layers[k]];
-      ReportDrawing(active);
       std::vector<ImageTileRef>& refs = tile_refs_[k];
       refs.clear();
       for (const auto& tile : active.tiles) refs.push_back({&tile->image, BoxOf(tile->bounds), !tile->Good()});
