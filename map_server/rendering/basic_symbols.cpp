@@ -53,11 +53,15 @@ inline int64_t RoundClipped(double v) {
 // through the colour's blend table; the ends may lie just outside the clip.
 class LinePixels {
  public:
+  // Draws nothing in a location query, for an alpha of 0 or an unknown kind.
   LinePixels(DrawSurface& surface, const PixelColour& colour)
       : surface_(surface), clip_(surface.clip()), colour_(colour),
+        draws_(!surface.location_query() && colour.alpha != 0.0 && IsKnownTransType(colour.trans_type)),
         copy_((colour.trans_type == kTransOpaque || colour.trans_type == kTransColourOpaque) &&
               colour.alpha == 1.0),
-        table_(copy_ ? nullptr : &BlendTableFor(surface, colour)) {}
+        table_(draws_ && !copy_ ? &BlendTableFor(surface, colour) : nullptr) {}
+
+  bool draws() const { return draws_; }
 
   void Put(int64_t x, int64_t y) const {
     if (!clip_.Contains(x, y)) return;
@@ -77,14 +81,13 @@ class LinePixels {
   DrawSurface& surface_;
   const PixelRect& clip_;
   const PixelColour& colour_;
+  const bool draws_;
   const bool copy_;
   const BlendTable* table_;
 };
 
-}  // namespace
-
-void DrawLine(DrawSurface& surface, double x0, double y0, double x1, double y1,
-              const PixelColour& colour) {
+// A line with its pixel writer (the colour's kind known).
+void DrawLineWith(DrawSurface& surface, double x0, double y0, double x1, double y1, const LinePixels& pixels) {
   if (!std::isfinite(x0) || !std::isfinite(y0) || !std::isfinite(x1) || !std::isfinite(y1)) return;
   const PixelRect& area = surface.active_rect();
   if (area.empty()) return;
@@ -103,7 +106,7 @@ void DrawLine(DrawSurface& surface, double x0, double y0, double x1, double y1,
     surface.set_hit(true);
     return;
   }
-  if (colour.alpha == 0.0) return;
+  if (!pixels.draws()) return;
   // Bresenham between the rounded ends; the clipped segment spans at most
   // the clip's width and height.
   int64_t ax = RoundClipped(x0), ay = RoundClipped(y0);
@@ -111,11 +114,6 @@ void DrawLine(DrawSurface& surface, double x0, double y0, double x1, double y1,
   const int64_t dx = std::llabs(bx - ax), dy = -std::llabs(by - ay);
   const int64_t step_x = ax < bx ? 1 : -1, step_y = ay < by ? 1 : -1;
   int64_t error = dx + dy;
-  if (!IsKnownTransType(colour.trans_type)) {
-    ReportUnknownTransType(colour.trans_type);
-    return;
-  }
-  const LinePixels pixels(surface, colour);
   while (true) {
     pixels.Put(ax, ay);
     if (ax == bx && ay == by) break;
@@ -131,7 +129,23 @@ void DrawLine(DrawSurface& surface, double x0, double y0, double x1, double y1,
   }
 }
 
+}  // namespace
+
+void DrawLine(DrawSurface& surface, double x0, double y0, double x1, double y1,
+              const PixelColour& colour) {
+  if (!surface.location_query() && colour.alpha != 0.0 && !IsKnownTransType(colour.trans_type)) {
+    ReportUnknownTransType(colour.trans_type);
+    return;
+  }
+  DrawLineWith(surface, x0, y0, x1, y1, LinePixels(surface, colour));
+}
+
 void DrawRingEdges(DrawSurface& surface, const PixelRings& rings, const PixelColour& colour) {
+  if (!surface.location_query() && colour.alpha != 0.0 && !IsKnownTransType(colour.trans_type)) {
+    ReportUnknownTransType(colour.trans_type);
+    return;
+  }
+  const LinePixels pixels(surface, colour);
   const auto& points = rings.points();
   const auto& follows = rings.edge_follows();
   for (size_t r = 0; r < rings.ring_count(); ++r) {
@@ -140,7 +154,7 @@ void DrawRingEdges(DrawSurface& surface, const PixelRings& rings, const PixelCol
       if (!follows[i]) continue;
       const PixelVertex& a = points[i];
       const PixelVertex& b = points[i + 1 < end ? i + 1 : begin];
-      DrawLine(surface, a.x, a.y, b.x, b.y, colour);
+      DrawLineWith(surface, a.x, a.y, b.x, b.y, pixels);
       if (surface.location_query() && surface.hit()) return;
     }
   }
