@@ -41,9 +41,10 @@ bool ClipSegment(const PixelRect& rect, double& x0, double& y0, double& x1, doub
   return true;
 }
 
-// Rounds half away from zero, as RoundToInt64 does, for |v| < 2^52 (the
-// clipped coordinates of a line).
+// Rounds half away from zero, as RoundToInt64 does; the arithmetic below
+// serves |v| < 2^52 (every clipped coordinate of a sane segment).
 inline int64_t RoundClipped(double v) {
+  if (!(std::fabs(v) < 4503599627370496.0)) return RoundToInt64(v);
   const int64_t t = static_cast<int64_t>(v);
   const double f = v - static_cast<double>(t);  // exact
   return f >= 0.5 ? t + 1 : (f <= -0.5 ? t - 1 : t);
@@ -109,8 +110,12 @@ void DrawLineWith(DrawSurface& surface, double x0, double y0, double x1, double 
   if (!pixels.draws()) return;
   // Bresenham between the rounded ends; the clipped segment spans at most
   // the clip's width and height.
-  int64_t ax = RoundClipped(x0), ay = RoundClipped(y0);
-  const int64_t bx = RoundClipped(x1), by = RoundClipped(y1);
+  // Clipping leaves the ends within half a pixel of the area; segments of
+  // extreme coordinates may land farther by rounding and are held near it.
+  auto column = [&](double v) { return std::clamp(RoundClipped(v), area.min_x - 1, area.max_x + 1); };
+  auto row = [&](double v) { return std::clamp(RoundClipped(v), area.min_y - 1, area.max_y + 1); };
+  int64_t ax = column(x0), ay = row(y0);
+  const int64_t bx = column(x1), by = row(y1);
   const int64_t dx = std::llabs(bx - ax), dy = -std::llabs(by - ay);
   const int64_t step_x = ax < bx ? 1 : -1, step_y = ay < by ? 1 : -1;
   int64_t error = dx + dy;
