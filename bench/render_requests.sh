@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Whole-process speed of GetMap requests, run by hand:
 #
-#   bench/render_requests.sh [--runs N] [COUNTRIES]
+#   bench/render_requests.sh [--runs N] [--baseline MAP_SERVER] [COUNTRIES]
 #
 # Builds a dataset of two layers: the world image (data/world_image,
 # 2048 x 1024 JPEG) as one image tile, and the 1:50m countries (COUNTRIES:
@@ -13,16 +13,19 @@
 # loads, drawing and JPEG encoding all count), and prints the mean and
 # minimum milliseconds per request (with hyperfine also the CPU time, user
 # and system, which a busy machine inflates less). Uses hyperfine when
-# installed, else a loop timed with date.
+# installed, else a loop timed with date. With --baseline, another build of
+# map_server (an older one, say) is timed on the same requests after each.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 runs=30
+baseline=""
 countries=/work/shared/data/ne_50m_admin_0_countries
 while [ $# -gt 0 ]; do
   case "$1" in
     --runs) runs="$2"; shift ;;
-    -h|--help) sed -n '2,16p' "$0"; exit 0 ;;
+    --baseline) baseline="$2"; shift ;;
+    -h|--help) sed -n '2,19p' "$0"; exit 0 ;;
     *) countries="$1" ;;
   esac
   shift
@@ -108,7 +111,11 @@ command -v hyperfine >/dev/null && timer=run_hyperfine
 echo "GetMap, whole process, $runs runs each ($([ $timer = run_hyperfine ] && echo hyperfine || echo date loop))"
 for size in 512 2048; do
   for projection in rect ortho; do
-    $timer "$projection $size x $size" \
-      "$bin" -generate -dataset "$work/set.sdf" -oGISreq "$(query $projection $size)" -output "$work/out.jpg"
+    for program in "$bin" $baseline; do
+      label="$projection $size x $size"
+      [ "$program" = "$bin" ] || label="  (baseline)"
+      $timer "$label" \
+        "$program" -generate -dataset "$work/set.sdf" -oGISreq "$(query $projection $size)" -output "$work/out.jpg"
+    done
   done
 done

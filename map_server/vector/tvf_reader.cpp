@@ -98,6 +98,18 @@ bool ReadBinaryDouble(TvfInput& in, double* out) {
   return true;
 }
 
+// A little-endian 8-byte field at `p`: an integer, or a real.
+int64_t LoadField(const char* p) {
+  uint64_t value;
+  std::memcpy(&value, p, 8);
+  if constexpr (std::endian::native == std::endian::big) value = __builtin_bswap64(value);
+  return static_cast<int64_t>(value);
+}
+double LoadReal(const char* p) { return std::bit_cast<double>(LoadField(p)); }
+
+// Binary points read from the buffer at once (16 bytes each).
+constexpr int64_t kPointChunk = 4096;
+
 // How many elements of `min_bytes` each to reserve for a declared count:
 // all of them when the input can hold them, else as many as it can.
 size_t PlausibleCount(uint64_t declared, uint64_t min_bytes, const TvfInput& in) {
@@ -208,12 +220,7 @@ bool TvfRecordReader::ReadPolygon() {
   std::vector<PolygonPoint>& points = polygon->points;
   points.reserve(PlausibleCount(static_cast<uint64_t>(point_count), min_bytes, in_) + 1);
   PolygonBox& box = polygon->box;
-  for (int64_t i = 0; i < point_count; ++i) {
-    double x, y;
-    if (!ReadPoint(&x, &y)) {
-      Fail("Error reading polygon points");
-      return false;
-    }
+  auto add = [&](int64_t i, double x, double y) {
     if (i == 0) {
       box = {x, y, x, y};
     } else {
@@ -223,6 +230,27 @@ bool TvfRecordReader::ReadPolygon() {
       if (y > box.max_y) box.max_y = y;
     }
     points.push_back({x, y, 0.0});
+  };
+  int64_t i = 0;
+  if (format_ == TvfFormat::kBinary) {
+    // Straight from the input's buffer, a chunk of points at a time; what
+    // the buffer cannot hold in one piece goes through the field reader.
+    while (i < point_count) {
+      const int64_t chunk = std::min<int64_t>(point_count - i, kPointChunk);
+      const char* p = in_.Contiguous(static_cast<size_t>(chunk) * 16);
+      if (p == nullptr) break;
+      for (int64_t k = 0; k < chunk; ++k, p += 16) add(i + k, LoadReal(p), LoadReal(p + 8));
+      in_.Consume(static_cast<size_t>(chunk) * 16);
+      i += chunk;
+    }
+  }
+  for (; i < point_count; ++i) {
+    double x, y;
+    if (!ReadPoint(&x, &y)) {
+      Fail("Error reading polygon points");
+      return false;
+    }
+    add(i, x, y);
   }
   polygon->extent = std::max(std::fabs(box.min_x - box.max_x), std::fabs(box.min_y - box.max_y));
   JoinGroup(polygon.get());
@@ -336,13 +364,6 @@ bool TvfRecordReader::ReadAttributes(Feature& feature, int64_t count) {
   return true;
 }
 
-// A little-endian 8-byte field at `p`.
-int64_t LoadField(const char* p) {
-  uint64_t value;
-  std::memcpy(&value, p, 8);
-  if constexpr (std::endian::native == std::endian::big) value = __builtin_bswap64(value);
-  return static_cast<int64_t>(value);
-}
 
 // The binary entries that need no message, straight from the input's
 // buffer: false (nothing taken) for anything else, which the field readers
