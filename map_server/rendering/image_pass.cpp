@@ -27,21 +27,46 @@ bool IsTransparentColour(const PassLayer& layer, const SampledColour& c) {
          std::fabs(c.b - layer.trans[2]) <= layer.tolerance;
 }
 
-template <typename Inverse>
-void RunPass(DrawSurface& surface, std::span<const PassLayer> layers, Inverse inverse) {
+// Samples one layer along a row and writes it into the row's pixels.
+// kPlainCopy: an opaque layer of alpha 1 without a transparent colour,
+// whose samples without alpha are copied as they are.
+template <bool kPlainCopy>
+void SampleRow(const PassLayer& layer, const RowCoordinates& row, int64_t count, uint8_t* pixel) {
+  const TileSampler& sampler = *layer.sampler;
+  for (int64_t i = 0; i < count; ++i, pixel += 3) {
+    if (!row.ok[i]) continue;
+    SampledColour c;
+    if (!sampler.Sample(row.lat[i], row.lon[i], c)) continue;
+    if (kPlainCopy && c.a == 255) {
+      pixel[0] = c.r;
+      pixel[1] = c.g;
+      pixel[2] = c.b;
+      continue;
+    }
+    const double alpha = c.a == 255 ? layer.alpha : layer.alpha * (c.a / 255.0);
+    if (alpha == 0.0) continue;
+    if (layer.has_trans_colour && IsTransparentColour(layer, c)) continue;
+    BlendPixelOfKind(layer.kind, pixel, c.r, c.g, c.b, alpha);
+  }
+}
+
+// Row by row: the row's lat/lon once, then each layer in order over it
+// (each pixel still receives the layers in their order).
+void RunPass(DrawSurface& surface, std::span<const PassLayer> layers, RowCoordinates& row) {
   const PixelRect& clip = surface.clip();
+  const MapGeometry& g = surface.geometry();
   for (int64_t y = clip.min_y; y <= clip.max_y; ++y) {
-    uint8_t* pixel = surface.PixelAt(clip.min_x, y);
-    for (int64_t x = clip.min_x; x <= clip.max_x; ++x, pixel += 3) {
-      const LatLonPoint p = inverse(static_cast<double>(x), y);
-      if (!p.ok) continue;
-      for (const PassLayer& layer : layers) {
-        SampledColour c;
-        if (!layer.sampler->Sample(p.lat, p.lon, c)) continue;
-        const double alpha = c.a == 255 ? layer.alpha : layer.alpha * (c.a / 255.0);
-        if (alpha == 0.0) continue;
-        if (layer.has_trans_colour && IsTransparentColour(layer, c)) continue;
-        BlendPixelOfKind(layer.kind, pixel, c.r, c.g, c.b, alpha);
+    ComputeRowCoordinates(g, y, clip.min_x, clip.max_x, row);
+    if (row.last < row.first) continue;
+    const int64_t count = row.last - row.first + 1;
+    uint8_t* pixels = surface.PixelAt(row.first, y);
+    for (const PassLayer& layer : layers) {
+      const bool plain = (layer.kind == kTransOpaque || layer.kind == kTransColourOpaque) &&
+                         layer.alpha == 1.0 && !layer.has_trans_colour;
+      if (plain) {
+        SampleRow<true>(layer, row, count, pixels);
+      } else {
+        SampleRow<false>(layer, row, count, pixels);
       }
     }
   }
@@ -85,17 +110,11 @@ void DrawImageLayers(DrawSurface& surface, ImagePassScratch& scratch,
   if (pass.empty()) return;
 
   const MapGeometry& g = surface.geometry();
-  if (g.projection == kOrthographicProjection) {
-    RunPass(surface, pass, [&g](double x, int64_t y) {
-      return OrthographicPixelToLatLon(g, x, g.height_m1 - static_cast<double>(y));
-    });
-  } else if (g.projection == kRectangularProjection) {
-    RunPass(surface, pass, [&g](double x, int64_t y) {
-      return RectangularPixelToLatLon(g, x, static_cast<double>(y));
-    });
-  } else {
+  if (g.projection != kOrthographicProjection && g.projection != kRectangularProjection) {
     ReportUnsupportedProjection();
+    return;
   }
+  RunPass(surface, pass, scratch.row);
 }
 
 ImageLayerRun FindImageLayerRun(std::span<const LayerSlot> slots, size_t start) {

@@ -19,6 +19,7 @@
 
 #include "map_server/dataset/layer.h"
 #include "map_server/rendering/draw_surface.h"
+#include "map_server/rendering/row_coordinates.h"
 #include "map_server/rendering/tile_sampler.h"
 
 namespace vmp {
@@ -34,9 +35,11 @@ struct ImageLayerInput {
 };
 ImageLayerInput ImageLayerInputOf(const Layer& layer, std::span<const ImageTileRef> tiles);
 
-// Samplers of a pass, reused from pass to pass (owned by the renderer).
+// Samplers and row coordinates of a pass, reused from pass to pass (owned
+// by the renderer).
 struct ImagePassScratch {
   std::vector<TileSampler> samplers;
+  RowCoordinates row;
 };
 
 // Draws the layers in one pass. A layer with an unknown transparency kind is

@@ -2,7 +2,8 @@
 //
 // A tile's bounds are the outer edges of its pixels: column c covers
 // longitudes min_lon + c * w .. min_lon + (c + 1) * w with w the bounds'
-// width over the image width, rows run down from max_lat. Where tiles
+// width over the image file's width (times the scale of a tile decoded at a
+// reduced size), rows run down from max_lat. Where tiles
 // overlap, the first in the given order wins. A lookup does not search all
 // tiles: the union of the tiles' bounds is divided into buckets, each
 // holding the (few) tiles that overlap it.
@@ -48,7 +49,7 @@ class TileSampler {
   bool Sample(double lat, double lon, SampledColour& out) const {
     const Tile* t = Find(lat, lon);
     if (t == nullptr) return false;
-    const uint8_t* p = t->pixels + (t->width * Row(*t, lat) + Column(*t, lon)) * t->samples;
+    const uint8_t* p = PixelOf(*t, lat, lon);
     switch (t->samples) {
       case 1: out = {p[0], p[0], p[0], 255}; break;
       case 2: out = {p[0], p[0], p[0], p[1]}; break;
@@ -67,19 +68,25 @@ class TileSampler {
     double min_lon, max_lon, min_lat, max_lat;
     double columns_per_degree, rows_per_degree;
     int64_t width, height;
+    int64_t first_row;
     int samples;
     const uint8_t* pixels;
     const uint16_t* elevation;
     bool signed_elevation;
   };
 
+  static const uint8_t* PixelOf(const Tile& t, double lat, double lon) {
+    return t.pixels + (t.width * Row(t, lat) + Column(t, lon)) * t.samples;
+  }
   static int64_t Column(const Tile& t, double lon) {
     const int64_t c = static_cast<int64_t>((lon - t.min_lon) * t.columns_per_degree);
     return c < t.width ? c : t.width - 1;
   }
+  // A tile decoded in part holds rows first_row onwards; rows beyond its
+  // band (which the map does not show) take the nearest row held.
   static int64_t Row(const Tile& t, double lat) {
-    const int64_t r = static_cast<int64_t>((t.max_lat - lat) * t.rows_per_degree);
-    return r < t.height ? r : t.height - 1;
+    const int64_t r = static_cast<int64_t>((t.max_lat - lat) * t.rows_per_degree) - t.first_row;
+    return r < 0 ? 0 : (r < t.height ? r : t.height - 1);
   }
 
   // The first tile containing the point; the longitude is also tried +-360
