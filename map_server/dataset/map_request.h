@@ -62,6 +62,9 @@ struct MapRecord {
 
   // --- Per-request state of the rendering ---
   bool location_query = false;  // hit tests only, no image
+  // Half-size of a location query's search box in pixels (selections widen
+  // it with their PICK_RESOLUTION).
+  double search_radius = kDefaultSearchRadius;
 };
 
 struct MapRequest {

@@ -38,7 +38,7 @@ void MapImage::Resize(int64_t width, int64_t height) {
   if (needed > capacity_) {
     buffer_.reset();  // release the old buffer before asking for the new one
     capacity_ = 0;
-    buffer_ = std::make_unique_for_overwrite<uint8_t[]>(needed);
+    buffer_ = AllocateLarge<uint8_t>(needed);
     capacity_ = needed;
   }
   width_ = width;

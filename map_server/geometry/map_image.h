@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "map_server/util/large_buffer.h"
+
 namespace vmp {
 
 struct MapGeometry;
@@ -31,7 +33,7 @@ class MapImage {
   void Resize(int64_t width, int64_t height);
 
  private:
-  std::unique_ptr<uint8_t[]> buffer_;
+  LargeArray<uint8_t> buffer_;
   size_t capacity_ = 0;
   int64_t width_ = 0;
   int64_t height_ = 0;

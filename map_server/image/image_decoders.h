@@ -10,7 +10,12 @@
 
 namespace vmp {
 
-bool ReadJpegFile(std::FILE* file, const std::string& path, LoadedImage& image);
+struct ImageDecodeHint;
+
+// Decodes at the reduced size and the rows the hint allows (all of it at
+// full size without one).
+bool ReadJpegFile(std::FILE* file, const std::string& path, LoadedImage& image,
+                  const ImageDecodeHint& hint);
 bool ReadPngFile(std::FILE* file, const std::string& path, LoadedImage& image);
 bool ReadTiffFile(std::FILE* file, const std::string& path, bool elevation, LoadedImage& image);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <memory>
 #include <new>
@@ -39,6 +40,49 @@ int ImageFormatFromName(std::string_view path) {
   return kImageFormatFromName;
 }
 
+namespace {
+
+bool UsableExtent(const ImageDecodeHint& hint) {
+  const double lon_span = hint.max_lon - hint.min_lon, lat_span = hint.max_lat - hint.min_lat;
+  return lon_span > 0.0 && lat_span > 0.0 && std::isfinite(lon_span) && std::isfinite(lat_span);
+}
+
+}  // namespace
+
+int DecodeScaleFor(const ImageDecodeHint& hint, int64_t width, int64_t height) {
+  if (!(hint.max_degrees_per_pixel > 0.0) || !UsableExtent(hint) || width <= 0 || height <= 0) return 1;
+  const double lon_per_pixel = (hint.max_lon - hint.min_lon) / static_cast<double>(width);
+  const double lat_per_pixel = (hint.max_lat - hint.min_lat) / static_cast<double>(height);
+  for (int scale : {8, 4, 2}) {
+    if (lon_per_pixel * scale <= hint.max_degrees_per_pixel &&
+        lat_per_pixel * scale <= hint.max_degrees_per_pixel) {
+      return scale;
+    }
+  }
+  return 1;
+}
+
+DecodeRows DecodeRowsFor(const ImageDecodeHint& hint, int64_t height, int scale) {
+  const int64_t rows = scale > 1 ? (height + scale - 1) / scale : height;
+  DecodeRows all{0, rows};
+  if (height <= 0 || !UsableExtent(hint) || !(hint.band_min_lat <= hint.band_max_lat)) return all;
+  // Decoded row r covers latitudes max_lat - (r + 1) * step .. max_lat - r * step.
+  const double step = (hint.max_lat - hint.min_lat) / static_cast<double>(height) * scale;
+  const double top = (hint.max_lat - hint.band_max_lat) / step;
+  const double bottom = (hint.max_lat - hint.band_min_lat) / step;
+  DecodeRows band = all;
+  if (top > 1.0) band.first = std::min<int64_t>(rows, static_cast<int64_t>(std::floor(std::min(top, 1e15))) - 1);
+  if (bottom < static_cast<double>(rows) - 1.0) {
+    band.end = std::max<int64_t>(0, static_cast<int64_t>(std::ceil(std::max(bottom, -1e15))) + 1);
+  }
+  // A band that misses the tile still decodes a row, so the tile is never empty.
+  if (band.end <= band.first) {
+    band.first = std::clamp<int64_t>(band.first, 0, rows - 1);
+    band.end = band.first + 1;
+  }
+  return band;
+}
+
 bool AllocateLoadedImage(const std::string& path, uint64_t width, uint64_t height, int samples,
                          int sample_bytes, LoadedImage& image) {
   const int64_t limit = ImageFiles().max_image_bytes;
@@ -62,7 +106,7 @@ bool AllocateLoadedImage(const std::string& path, uint64_t width, uint64_t heigh
 }
 
 bool LoadImageFile(std::string_view path_view, int format, bool elevation, LoadedImage& image,
-                   bool tolerate_unknown) {
+                   bool tolerate_unknown, const ImageDecodeHint& hint) {
   if (path_view.empty()) {
     Report(kError, "NULL filename");
     return false;
@@ -93,10 +137,13 @@ bool LoadImageFile(std::string_view path_view, int format, bool elevation, Loade
   }
   image.elevation = false;
   image.signed_elevation = false;
+  image.scale = 1;
+  image.first_row = 0;
+  image.source_width = image.source_height = 0;
   bool loaded = false;
   switch (format) {
     case kJpegFormat:
-      loaded = ReadJpegFile(file.get(), path, image);
+      loaded = ReadJpegFile(file.get(), path, image, hint);
       break;
     case kPngFormat:
       loaded = ReadPngFile(file.get(), path, image);

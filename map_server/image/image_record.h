@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "map_server/util/large_buffer.h"
+
 namespace vmp {
 
 // Format codes of image files (a layer's format code, or 0 for "from the
@@ -32,14 +34,14 @@ class GrowBuffer {
     if (size > capacity_) {
       data_.reset();
       capacity_ = 0;
-      data_ = std::make_unique_for_overwrite<T[]>(size);
+      data_ = AllocateLarge<T>(size);
       capacity_ = size;
     }
     size_ = size;
   }
 
  private:
-  std::unique_ptr<T[]> data_;
+  LargeArray<T> data_;
   size_t size_ = 0;
   size_t capacity_ = 0;
 };
@@ -59,6 +61,19 @@ struct LoadedImage {
   GrowBuffer<uint16_t> elevation_samples;
   // Geographic bounds of a grid tile (set by the tile loader).
   double min_lat = 0, max_lat = 0, min_lon = 0, max_lon = 0;
+  // A JPEG decoded at a reduced size: 1/scale of the file's pixels a side
+  // (pixel i covers the file's pixels i * scale .. i * scale + scale - 1;
+  // the last column and row may cover fewer). source_width and
+  // source_height are the file's own size; 0 means width and height.
+  // A JPEG decoded in part holds the decoded rows first_row ..
+  // first_row + height - 1 only.
+  int scale = 1;
+  int64_t first_row = 0;
+  int64_t source_width = 0;
+  int64_t source_height = 0;
+
+  int64_t SourceWidth() const { return source_width > 0 ? source_width : width; }
+  int64_t SourceHeight() const { return source_height > 0 ? source_height : height; }
 };
 
 }  // namespace vmp

@@ -2,6 +2,7 @@
 // by calling error_exit, which must not return: ours longjmps back into the
 // small functions below. Those functions hold no C++ objects with
 // destructors, so the jump skips nothing that needs cleaning up.
+#include <algorithm>
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
@@ -10,6 +11,7 @@
 #include <jpeglib.h>
 
 #include "map_server/image/image_decoders.h"
+#include "map_server/image/image_loader.h"
 #include "map_server/image/image_settings.h"
 #include "toolkit/message_log.h"
 
@@ -56,7 +58,7 @@ void JpegProgress(j_common_ptr cinfo) {
 }
 
 bool JpegReadHeader(jpeg_decompress_struct* cinfo, jpeg_progress_mgr* progress, std::FILE* file,
-                    long max_memory) {
+                    long max_memory, const ImageDecodeHint& hint) {
   if (setjmp(ErrorManagerOf(reinterpret_cast<j_common_ptr>(cinfo))->jump)) return false;
   jpeg_create_decompress(cinfo);
   // Progressive files keep all coefficients in memory; keep that within a
@@ -65,6 +67,11 @@ bool JpegReadHeader(jpeg_decompress_struct* cinfo, jpeg_progress_mgr* progress, 
   cinfo->progress = progress;
   jpeg_stdio_src(cinfo, file);
   jpeg_read_header(cinfo, TRUE);
+  const int scale = DecodeScaleFor(hint, cinfo->image_width, cinfo->image_height);
+  if (scale > 1) {
+    cinfo->scale_num = 1;
+    cinfo->scale_denom = static_cast<unsigned int>(scale);
+  }
   jpeg_calc_output_dimensions(cinfo);
   return true;
 }
@@ -75,10 +82,14 @@ bool JpegStart(jpeg_decompress_struct* cinfo) {
   return true;
 }
 
-bool JpegReadRows(jpeg_decompress_struct* cinfo, uint8_t* out, size_t stride) {
+// Reads rows [first, end) into `out`, skipping the rows before them;
+// decoding stops after the last.
+bool JpegReadRows(jpeg_decompress_struct* cinfo, uint8_t* out, size_t stride, JDIMENSION first,
+                  JDIMENSION end) {
   if (setjmp(ErrorManagerOf(reinterpret_cast<j_common_ptr>(cinfo))->jump)) return false;
-  while (cinfo->output_scanline < cinfo->output_height) {
-    JSAMPROW row = out + static_cast<size_t>(cinfo->output_scanline) * stride;
+  if (first > 0 && jpeg_skip_scanlines(cinfo, first) != first) return false;
+  while (cinfo->output_scanline < end) {
+    JSAMPROW row = out + static_cast<size_t>(cinfo->output_scanline - first) * stride;
     if (jpeg_read_scanlines(cinfo, &row, 1) != 1) return false;
   }
   return true;
@@ -97,7 +108,8 @@ void ReportJpegFailure(const std::string& path, const char* libjpeg_message) {
 
 }  // namespace
 
-bool ReadJpegFile(std::FILE* file, const std::string& path, LoadedImage& image) {
+bool ReadJpegFile(std::FILE* file, const std::string& path, LoadedImage& image,
+                  const ImageDecodeHint& hint) {
   jpeg_decompress_struct cinfo;
   std::memset(&cinfo, 0, sizeof(cinfo));
   JpegErrorManager err;
@@ -113,7 +125,7 @@ bool ReadJpegFile(std::FILE* file, const std::string& path, LoadedImage& image) 
 
   const int64_t limit = ImageFiles().max_image_bytes;
   const long max_memory = limit > (int64_t{1} << 60) ? 0 : static_cast<long>(limit * 3);
-  if (!JpegReadHeader(&cinfo, &progress, file, max_memory)) {
+  if (!JpegReadHeader(&cinfo, &progress, file, max_memory, hint)) {
     ReportJpegFailure(path, err.message);
     return false;
   }
@@ -123,19 +135,25 @@ bool ReadJpegFile(std::FILE* file, const std::string& path, LoadedImage& image) 
     ReportNumber(kError, "Unsupported JPEG color space", path, components);
     return false;
   }
-  if (!AllocateLoadedImage(path, cinfo.output_width, cinfo.output_height, components, 1, image)) {
-    return false;
-  }
+  const int scale = static_cast<int>(cinfo.scale_denom / cinfo.scale_num);
+  const DecodeRows rows = DecodeRowsFor(hint, cinfo.image_height, scale);
+  const auto end = std::min(static_cast<JDIMENSION>(rows.end), cinfo.output_height);
+  const auto first = std::min(static_cast<JDIMENSION>(rows.first), end - 1);
+  if (!AllocateLoadedImage(path, cinfo.output_width, end - first, components, 1, image)) return false;
   if (!JpegStart(&cinfo) || !JpegReadRows(&cinfo, image.pixels.data(),
-                                          static_cast<size_t>(cinfo.output_width) * components)) {
+                                          static_cast<size_t>(cinfo.output_width) * components, first, end)) {
     ReportJpegFailure(path, err.message);
     return false;
   }
   image.format = kJpegFormat;
   image.width = cinfo.output_width;
-  image.height = cinfo.output_height;
+  image.height = end - first;
+  image.first_row = first;
   image.samples_per_pixel = components;
   image.has_alpha = false;
+  image.scale = scale;
+  image.source_width = cinfo.image_width;
+  image.source_height = cinfo.image_height;
   return true;
 }
 

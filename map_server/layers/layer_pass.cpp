@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 
 #include "map_server/layers/layer_prepare.h"
 #include "map_server/layers/layer_string.h"
+#include "map_server/layers/view_box.h"
 #include "map_server/service/map_service.h"
 #include "map_server/tiles/tile_selection.h"
 #include "map_server/tiles/tile_walk.h"
@@ -22,6 +24,36 @@ SelectedLayer PlainRecord(const std::string& name) {
   record.name = name;
   record.mode = 1;
   return record;
+}
+
+// The map's pixel size in degrees where it is finest: the rectangular
+// projection's degrees per pixel; on the globe, the angle a pixel spans at
+// the centre (nowhere does a pixel span a smaller angle of latitude, nor of
+// longitude).
+double FinestPixelDegrees(const MapGeometry& g) {
+  const double per_pixel = std::min(g.inv_scale_x, g.inv_scale_y);
+  return g.projection == kOrthographicProjection ? per_pixel * 180.0 / kPi : per_pixel;
+}
+
+// The latitudes the map shows, from the view's box (sampled along the
+// visible rectangle's border), widened by a tenth and at least a degree so
+// that nothing between the samples is missed.
+void LatitudeBand(const MapGeometry& g, double& min_lat, double& max_lat) {
+  const ViewBox view = ComputeViewBox(g);
+  if (!(view.min_lat <= view.max_lat)) return;
+  const double margin = std::max(1.0, 0.1 * (view.max_lat - view.min_lat));
+  min_lat = view.min_lat - margin;
+  max_lat = view.max_lat + margin;
+}
+
+// Whether drawing (or querying) the layer reads its features' attributes:
+// queries list them, conditions and attribute maps evaluate them, labels
+// may print them.
+bool NeedsAttributes(const ActiveLayer& entry, bool location_query) {
+  const LayerRecord& r = entry.layer->record;
+  const bool label_text = r.drawing.label_format || r.drawing.poly_label_format;
+  return location_query || (r.conditions && !r.conditions->empty()) || entry.selection.mode == 2 ||
+         !r.attributes.attr_maps.empty() || (entry.labels && label_text);
 }
 
 class Timer {
@@ -149,6 +181,14 @@ class LayerPass {
     walk.state = &Tiles().StateOf(layer);
     walk.geometry = &g;
     walk.settings = VolatileSettingsOf(layer);
+    const bool vector = IsVector(layer);
+    if (vector) {
+      walk.hints.attributes = NeedsAttributes(entry, location_);
+    } else {
+      const double finest = FinestPixelDegrees(g);
+      walk.hints.max_degrees_per_pixel = std::isfinite(finest) && finest > 0.0 ? finest : 0.0;
+      LatitudeBand(g, walk.hints.band_min_lat, walk.hints.band_max_lat);
+    }
     if (location_) {
       walk.location_query = true;
       walk.lat = g.location_lat;
@@ -158,7 +198,6 @@ class LayerPass {
                               2.0;
       walk.location_margin = (half_box + 1.0) * g.pixel_size;
     }
-    const bool vector = IsVector(layer);
     walk.on_tile = [&](const std::shared_ptr<TileRecord>& tile, const SlfNode* leaf) {
       if (vector && tile->dead) {
         if (leaf != nullptr) Report(kError, "Got a dead vector tile", leaf->slf_path);

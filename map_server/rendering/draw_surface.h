@@ -37,6 +37,16 @@ inline PixelRect SearchBox(const MapGeometry& g) {
   return {g.search_x_from, g.search_x_to, g.search_y_from, g.search_y_to};
 }
 
+// What a pixel blended with one colour maps each old channel value to: the
+// colour's blend depends on nothing else, so runs and lines look it up.
+struct BlendTable {
+  bool valid = false;
+  int64_t trans_type = 0;
+  uint8_t red = 0, green = 0, blue = 0;
+  double alpha = 0.0;
+  uint8_t channel[3][256];
+};
+
 class DrawSurface {
  public:
   // Draws into `image` (may be null: then nothing is ever written) placed by
@@ -64,6 +74,12 @@ class DrawSurface {
   // everything else.
   const PixelRect& active_rect() const { return location_query_ ? search_box_ : clip_; }
 
+  // The blend tables of the colours blended last (pixel_writer.cpp): a
+  // layer's fill and edge colours alternate from feature to feature.
+  static constexpr int kBlendTables = 4;
+  BlendTable& blend_table(int i) { return blend_tables_[i]; }
+  int& next_blend_table() { return next_blend_table_; }
+
   // The first byte of pixel (x, y); (x, y) must lie inside the clip.
   uint8_t* PixelAt(int64_t x, int64_t y) const {
     return image_->pixels() + (image_->width() * y + x) * 3;
@@ -76,6 +92,8 @@ class DrawSurface {
   bool location_query_;
   PixelRect search_box_;
   bool hit_ = false;
+  BlendTable blend_tables_[kBlendTables];
+  int next_blend_table_ = 0;
 };
 
 }  // namespace vmp

@@ -1,6 +1,5 @@
 #include "map_server/rendering/image_pass.h"
 
-#include <algorithm>
 #include <cmath>
 
 #include "map_server/geometry/conversions.h"
@@ -78,41 +77,56 @@ bool SampleLayer(const PassLayer& layer, double lat, double lon, SampledColour& 
   return false;
 }
 
-// kAllPlain: every layer samples its image's nearest pixel as it is (the
-// common case gets a loop of its own).
-template <bool kAllPlain, typename Inverse>
-void RunPass(DrawSurface& surface, std::span<const PassLayer> layers, Inverse inverse) {
-  const PixelRect& clip = surface.clip();
-  for (int64_t y = clip.min_y; y <= clip.max_y; ++y) {
-    uint8_t* pixel = surface.PixelAt(clip.min_x, y);
-    for (int64_t x = clip.min_x; x <= clip.max_x; ++x, pixel += 3) {
-      const LatLonPoint p = inverse(static_cast<double>(x), y);
-      if (!p.ok) continue;
-      for (const PassLayer& layer : layers) {
-        SampledColour c;
-        if (!(kAllPlain ? layer.sampler->Sample(p.lat, p.lon, c) : SampleLayer(layer, p.lat, p.lon, c))) continue;
-        if (c.a == 0) continue;
-        const double alpha = c.a == 255 ? layer.alpha : layer.alpha * (c.a / 255.0);
-        if (alpha == 0.0) continue;
-        BlendPixelOfKind(layer.kind, pixel, c.r, c.g, c.b, alpha);
-      }
+// Samples one layer along a row and writes it into the row's pixels.
+// kPlainSample: the image's nearest pixel as it is (the common case);
+// kPlainCopy: besides, an opaque layer of alpha 1 without a transparent
+// colour, whose samples without alpha are copied as they are.
+template <bool kPlainSample, bool kPlainCopy>
+void SampleRow(const PassLayer& layer, const RowCoordinates& row, int64_t count, uint8_t* pixel) {
+  const TileSampler& sampler = *layer.sampler;
+  for (int64_t i = 0; i < count; ++i, pixel += 3) {
+    if (!row.ok[i]) continue;
+    SampledColour c;
+    if (!(kPlainSample ? sampler.Sample(row.lat[i], row.lon[i], c) : SampleLayer(layer, row.lat[i], row.lon[i], c))) {
+      continue;
     }
+    if (c.a == 0) continue;
+    if (kPlainCopy && c.a == 255) {
+      pixel[0] = c.r;
+      pixel[1] = c.g;
+      pixel[2] = c.b;
+      continue;
+    }
+    const double alpha = c.a == 255 ? layer.alpha : layer.alpha * (c.a / 255.0);
+    if (alpha == 0.0) continue;
+    BlendPixelOfKind(layer.kind, pixel, c.r, c.g, c.b, alpha);
   }
 }
 
-template <bool kAllPlain>
-void RunProjected(DrawSurface& surface, std::span<const PassLayer> pass) {
+// Row by row: the row's lat/lon once, then each layer in order over it
+// (each pixel still receives the layers in their order).
+void RunPass(DrawSurface& surface, std::span<const PassLayer> layers, RowCoordinates& row) {
+  const PixelRect& clip = surface.clip();
   const MapGeometry& g = surface.geometry();
-  if (g.projection == kOrthographicProjection) {
-    RunPass<kAllPlain>(surface, pass, [&g](double x, int64_t y) {
-      return OrthographicPixelToLatLon(g, x, g.height_m1 - static_cast<double>(y));
-    });
-  } else if (g.projection == kRectangularProjection) {
-    RunPass<kAllPlain>(surface, pass, [&g](double x, int64_t y) {
-      return RectangularPixelToLatLon(g, x, static_cast<double>(y));
-    });
-  } else {
-    ReportUnsupportedProjection();
+  for (int64_t y = clip.min_y; y <= clip.max_y; ++y) {
+    ComputeRowCoordinates(g, y, clip.min_x, clip.max_x, row);
+    if (row.last < row.first) continue;
+    const int64_t count = row.last - row.first + 1;
+    uint8_t* pixels = surface.PixelAt(row.first, y);
+    for (const PassLayer& layer : layers) {
+      const bool plain_sample = layer.sample == SampleKind::kColour && !layer.bilinear;
+      const bool plain_copy = (layer.kind == kTransOpaque || layer.kind == kTransColourOpaque) &&
+                              layer.alpha == 1.0 && !layer.has_key;
+      if (plain_sample && plain_copy) {
+        SampleRow<true, true>(layer, row, count, pixels);
+      } else if (plain_sample) {
+        SampleRow<true, false>(layer, row, count, pixels);
+      } else if (plain_copy) {
+        SampleRow<false, true>(layer, row, count, pixels);
+      } else {
+        SampleRow<false, false>(layer, row, count, pixels);
+      }
+    }
   }
 }
 
@@ -186,14 +200,12 @@ void DrawImageLayers(DrawSurface& surface, ImagePassScratch& scratch,
   }
   if (pass.empty()) return;
 
-  const bool all_plain = std::all_of(pass.begin(), pass.end(), [](const PassLayer& layer) {
-    return layer.sample == SampleKind::kColour && !layer.bilinear;
-  });
-  if (all_plain) {
-    RunProjected<true>(surface, pass);
-  } else {
-    RunProjected<false>(surface, pass);
+  const MapGeometry& g = surface.geometry();
+  if (g.projection != kOrthographicProjection && g.projection != kRectangularProjection) {
+    ReportUnsupportedProjection();
+    return;
   }
+  RunPass(surface, pass, scratch.row);
 }
 
 ImageLayerRun FindImageLayerRun(std::span<const LayerSlot> slots, size_t start) {

@@ -31,6 +31,7 @@
 #include "map_server/dataset/layer.h"
 #include "map_server/rendering/draw_surface.h"
 #include "map_server/rendering/raster_style.h"
+#include "map_server/rendering/row_coordinates.h"
 #include "map_server/rendering/tile_sampler.h"
 
 namespace vmp {
@@ -51,12 +52,13 @@ struct ImageLayerInput {
 ImageLayerInput ImageLayerInputOf(const Layer& layer, std::span<const ImageTileRef> tiles,
                                   bool map_anti_aliasing = false);
 
-// Samplers and colour tables of a pass, reused from pass to pass (owned by
-// the renderer), one of each per layer of the pass.
+// Samplers, colour tables and row coordinates of a pass, reused from pass
+// to pass (owned by the renderer); a sampler and colour tables per layer.
 struct ImagePassScratch {
   std::vector<TileSampler> samplers;
   std::vector<ElevationPalette> palettes;
   std::vector<PixelMapper> pixel_maps;
+  RowCoordinates row;
 };
 
 // Draws the layers in one pass. A layer with an unknown transparency kind is

@@ -9,9 +9,61 @@ namespace vmp {
 
 namespace {
 
+// Runs at least this long go through the blend table.
+constexpr int64_t kTableRun = 32;
+
 template <int64_t Kind>
 void BlendRun(uint8_t* pixel, int64_t count, const PixelColour& c) {
   for (int64_t i = 0; i < count; ++i, pixel += 3) BlendPixel<Kind>(pixel, c.red, c.green, c.blue, c.alpha);
+}
+
+template <int64_t Kind>
+void FillTable(BlendTable& t, const PixelColour& c) {
+  for (int p = 0; p < 256; ++p) {
+    const uint8_t old = static_cast<uint8_t>(p);
+    t.channel[0][p] = BlendChannel<Kind>(old, c.red, c.alpha);
+    t.channel[1][p] = BlendChannel<Kind>(old, c.green, c.alpha);
+    t.channel[2][p] = BlendChannel<Kind>(old, c.blue, c.alpha);
+  }
+}
+
+}  // namespace
+
+const BlendTable& BlendTableFor(DrawSurface& surface, const PixelColour& c) {
+  for (int i = 0; i < DrawSurface::kBlendTables; ++i) {
+    const BlendTable& t = surface.blend_table(i);
+    if (t.valid && t.trans_type == c.trans_type && t.red == c.red && t.green == c.green &&
+        t.blue == c.blue && t.alpha == c.alpha) {
+      return t;
+    }
+  }
+  int& next = surface.next_blend_table();
+  BlendTable& t = surface.blend_table(next);
+  next = (next + 1) % DrawSurface::kBlendTables;
+  switch (c.trans_type) {
+    case kTransAlphaWhite: FillTable<kTransAlphaWhite>(t, c); break;
+    case kTransAlphaBlack: FillTable<kTransAlphaBlack>(t, c); break;
+    case kTransXor: FillTable<kTransXor>(t, c); break;
+    case kTransBumpMap: FillTable<kTransBumpMap>(t, c); break;
+    default: FillTable<kTransOpaque>(t, c); break;
+  }
+  t.valid = true;
+  t.trans_type = c.trans_type;
+  t.red = c.red;
+  t.green = c.green;
+  t.blue = c.blue;
+  t.alpha = c.alpha;
+  return t;
+}
+
+namespace {
+
+void TableRun(uint8_t* pixel, int64_t count, const BlendTable& t) {
+  for (int64_t i = 0; i < count; ++i, pixel += 3) {
+    pixel[0] = t.channel[0][pixel[0]];
+    pixel[1] = t.channel[1][pixel[1]];
+    pixel[2] = t.channel[2][pixel[2]];
+  }
 }
 
 // An opaque copy: the first pixel is written, then doubled until the run is full.
@@ -52,6 +104,12 @@ void DrawSpan(DrawSurface& surface, int64_t x1, int64_t y, int64_t x2, const Pix
   if (colour.alpha == 0.0 || surface.location_query()) return;
   uint8_t* pixel = surface.PixelAt(x1, y);
   const int64_t count = x2 - x1 + 1;
+  const bool copy = (colour.trans_type == kTransOpaque || colour.trans_type == kTransColourOpaque) &&
+                    colour.alpha == 1.0;
+  if (count >= kTableRun && !copy && IsKnownTransType(colour.trans_type)) {
+    TableRun(pixel, count, BlendTableFor(surface, colour));
+    return;
+  }
   switch (colour.trans_type) {
     case kTransOpaque:
     case kTransColourOpaque:

@@ -23,4 +23,8 @@ void SetMapPixel(DrawSurface& surface, int64_t x, int64_t y, const PixelColour& 
 // is clipped once; an unknown kind is reported once per run.
 void DrawSpan(DrawSurface& surface, int64_t x1, int64_t y, int64_t x2, const PixelColour& colour);
 
+// The blend table of a colour of a known kind (built on first use, kept in
+// the surface's few tables).
+const BlendTable& BlendTableFor(DrawSurface& surface, const PixelColour& colour);
+
 }  // namespace vmp

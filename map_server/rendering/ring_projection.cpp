@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "map_server/geometry/conversions.h"
+#include "map_server/rendering/globe_points.h"
 
 namespace vmp {
 
@@ -53,12 +54,18 @@ void RingProjector::ProjectOrthographic(const MapGeometry& g,
   for (const PolygonFeature* polygon : group) {
     ring_.clear();
     size_t visible = 0;
-    for (const PolygonPoint& p : polygon->points) {
-      if (!std::isfinite(p.x) || !std::isfinite(p.y)) continue;
-      const PixelPoint px = LatLonToPixel(g, p.y, p.x);
-      ring_.push_back({px.x, px.y, (px.x - g.center_x) * g.inv_scale_x,
-                       (g.center_y - px.y) * g.inv_scale_y, px.z});
-      if (px.z >= 0.0) ++visible;
+    const std::vector<PolygonPoint>& points = polygon->points;
+    if (xs_.size() < points.size()) {
+      xs_.resize(points.size());
+      ys_.resize(points.size());
+      zs_.resize(points.size());
+    }
+    ProjectGlobePoints(g, points.data(), points.size(), xs_.data(), ys_.data(), zs_.data());
+    for (size_t i = 0; i < points.size(); ++i) {
+      if (!std::isfinite(points[i].x) || !std::isfinite(points[i].y)) continue;
+      const double x = xs_[i], y = ys_[i];
+      ring_.push_back({x, y, (x - g.center_x) * g.inv_scale_x, (g.center_y - y) * g.inv_scale_y, zs_[i]});
+      if (zs_[i] >= 0.0) ++visible;
     }
     if (ring_.empty()) continue;
     if (visible < ring_.size()) any_hidden = true;

@@ -63,6 +63,7 @@ class RingProjector {
                      PixelRings& out);
 
   std::vector<ViewPoint> ring_;
+  std::vector<double> xs_, ys_, zs_;  // a polygon's points projected at once
   std::vector<Arc> arcs_;
   std::vector<double> angles_;
 };

@@ -52,8 +52,14 @@ size_t TileSampler::Build(std::span<const ImageTileRef> tiles, Kind kind) {
     t.max_lat = b.max_lat;
     t.width = image->width;
     t.height = image->height;
-    t.columns_per_degree = static_cast<double>(image->width) / (b.max_lon - b.min_lon);
-    t.rows_per_degree = static_cast<double>(image->height) / (b.max_lat - b.min_lat);
+    t.first_row = image->first_row;
+    const int64_t scale_rows = image->scale > 1 ? image->scale : 1;
+    t.full_height = std::max(image->height, (image->SourceHeight() + scale_rows - 1) / scale_rows);
+    // A reduced decoding keeps the file's pixel grid: pixel i covers the
+    // file's pixels i * scale onwards.
+    const double scale = image->scale > 1 ? image->scale : 1.0;
+    t.columns_per_degree = static_cast<double>(image->SourceWidth()) / ((b.max_lon - b.min_lon) * scale);
+    t.rows_per_degree = static_cast<double>(image->SourceHeight()) / ((b.max_lat - b.min_lat) * scale);
     tiles_.push_back(t);
   }
   if (tiles_.empty()) return with_errors;

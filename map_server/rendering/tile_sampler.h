@@ -3,8 +3,10 @@
 //
 // A tile's bounds are the outer edges of its pixels: column c covers
 // longitudes min_lon + c * w .. min_lon + (c + 1) * w with w the bounds'
-// width over the image width, rows run down from max_lat; a pixel's value
-// sits at its centre. Where tiles overlap, the first in the given order
+// width over the image file's width (times the scale of a tile decoded at a
+// reduced size), rows run down from max_lat; a pixel's value sits at its
+// centre. A tile decoded in part holds a band of its rows; rows beyond the
+// band (which the map does not show) take the nearest row held. Where tiles overlap, the first in the given order
 // wins. A lookup does not search all tiles: the union of the tiles' bounds
 // is divided into buckets, each holding the (few) tiles that overlap it.
 //
@@ -68,7 +70,9 @@ class TileSampler {
   struct Tile {
     double min_lon, max_lon, min_lat, max_lat;
     double columns_per_degree, rows_per_degree;
-    int64_t width, height;
+    int64_t width, height;  // pixels held
+    int64_t first_row;      // the tile's row held first (a tile decoded in part)
+    int64_t full_height;    // rows of the whole tile
     int samples;
     const uint8_t* pixels;
     const uint16_t* elevation;
@@ -98,7 +102,8 @@ class TileSampler {
     return true;
   }
 
-  // Bilinear between the four pixels around the point, each fetched as above.
+  // Bilinear between the four pixels around the point, each fetched as above
+  // (rows are the tile's, the fetch gets the row held).
   template <typename Fetch>
   bool SampleBilinear(double lat, double lon, const Fetch& fetch, SampledColour& out) const {
     const Tile* t = Find(lat, lon);
@@ -110,16 +115,17 @@ class TileSampler {
     const int64_t c0 = static_cast<int64_t>(fc), r0 = static_cast<int64_t>(fr);
     const double w[4] = {(1 - du) * (1 - dv), du * (1 - dv), (1 - du) * dv, du * dv};
     SampledColour s[4];
-    if (c0 >= 0 && r0 >= 0 && c0 + 1 < t->width && r0 + 1 < t->height) {
-      s[0] = fetch(*t, c0, r0);
-      s[1] = fetch(*t, c0 + 1, r0);
-      s[2] = fetch(*t, c0, r0 + 1);
-      s[3] = fetch(*t, c0 + 1, r0 + 1);
+    if (c0 >= 0 && r0 >= 0 && c0 + 1 < t->width && r0 + 1 < t->full_height) {
+      const int64_t top = HeldRow(*t, r0), bottom = HeldRow(*t, r0 + 1);
+      s[0] = fetch(*t, c0, top);
+      s[1] = fetch(*t, c0 + 1, top);
+      s[2] = fetch(*t, c0, bottom);
+      s[3] = fetch(*t, c0 + 1, bottom);
     } else {
       for (int k = 0; k < 4; ++k) {
         const int64_t c = c0 + (k & 1), row = r0 + (k >> 1);
-        if (c >= 0 && c < t->width && row >= 0 && row < t->height) {
-          s[k] = fetch(*t, c, row);
+        if (c >= 0 && c < t->width && row >= 0 && row < t->full_height) {
+          s[k] = fetch(*t, c, HeldRow(*t, row));
         } else {
           s[k] = w[k] == 0.0 ? SampledColour{0, 0, 0, 0} : Neighbour(*t, c, row, fetch);
         }
@@ -162,16 +168,22 @@ class TileSampler {
     const double lat = t.max_lat - (static_cast<double>(row) + 0.5) / t.rows_per_degree;
     const Tile* n = Find(lat, lon);
     if (n != nullptr && n != &t) return fetch(*n, Column(*n, lon), Row(*n, lat));
-    return fetch(t, std::clamp<int64_t>(c, 0, t.width - 1), std::clamp<int64_t>(row, 0, t.height - 1));
+    return fetch(t, std::clamp<int64_t>(c, 0, t.width - 1), HeldRow(t, row));
+  }
+
+  // The row held for row r of the whole tile: the nearest one of the band.
+  static int64_t HeldRow(const Tile& t, int64_t r) {
+    r -= t.first_row;
+    return r < 0 ? 0 : (r < t.height ? r : t.height - 1);
   }
 
   static int64_t Column(const Tile& t, double lon) {
     const int64_t c = static_cast<int64_t>((lon - t.min_lon) * t.columns_per_degree);
     return c < t.width ? c : t.width - 1;
   }
+  // The row held for a latitude (see HeldRow).
   static int64_t Row(const Tile& t, double lat) {
-    const int64_t r = static_cast<int64_t>((t.max_lat - lat) * t.rows_per_degree);
-    return r < t.height ? r : t.height - 1;
+    return HeldRow(t, static_cast<int64_t>((t.max_lat - lat) * t.rows_per_degree));
   }
 
   // The first tile containing the point; the longitude is also tried +-360

@@ -117,6 +117,7 @@ bool SetupMapGeometry(MapRequest& map, bool refresh) {
   in.location_query = r.location_query;
   in.location_i = r.location_i;
   in.location_j = r.location_j;
+  in.search_radius = r.search_radius;
   in.verbosity = Verbosity();
   in.background[0] = r.background.red;
   in.background[1] = r.background.green;

@@ -3,10 +3,14 @@
 #include <cstdio>
 #include <variant>
 
+#include "map_server/layers/layer_string.h"
+#include "map_server/rendering/render_map.h"
 #include "map_server/service/capabilities.h"
+#include "map_server/service/map_output.h"
 #include "map_server/service/map_service.h"
 #include "map_server/service/ogc_query_parser.h"
 #include "map_server/service/query_answers.h"
+#include "map_server/service/query_execution.h"
 #include "map_server/service/service_exception.h"
 #include "toolkit/message_log.h"
 
@@ -46,61 +50,106 @@ bool AnswerCapabilities(const ParsedRequest& request, Responder& responder) {
   return true;
 }
 
-// GetLocationInfo in lat/lon mode: the map's LocationLat and LocationLon,
-// on the map or not by its projection.
-bool AnswerLocationLatLon(const ParsedRequest& request, MapRequest& map, const ServeOptions& options) {
-  if (!SetupMapGeometry(map, false)) {
-    WriteServiceException("Errors processing map server request.");
-    return false;
+// The answer of an info request by its pick mode, for the point (lat, lon)
+// that is on the map or not. False when an exception report was written.
+bool AnswerByPickMode(const ParsedRequest& request, MapRequest& map, const ServeOptions& options,
+                      bool on_map, double lat, double lon) {
+  const AnswerFormat format{request.xml, options.cgi};
+  switch (request.pick_mode) {
+    case PickMode::kLatLon:
+      WriteAnswer(stdout, FormatLatLonAnswer(format, on_map, lat, lon));
+      return true;
+    case PickMode::kElevation: {
+      std::optional<double> elevation;
+      if (on_map) {
+        kav::Messages().error_count = 0;
+        elevation = QueryLayerElevation(map, lat, lon);
+        if (!elevation && kav::Messages().error_count > 0) {
+          WriteServiceException("Errors processing elevation request.");
+          return false;
+        }
+      }
+      WriteAnswer(stdout, FormatElevationAnswer(format, elevation));
+      return true;
+    }
+    default:
+      WriteServiceException("Unsupported INFO_TYPE of GetLocationInfo request.");
+      return false;
   }
-  const double lat = map.record.location_lat, lon = map.record.location_lon;
-  const bool on_map = LocationOnMap(map.geometry, lat, lon);
-  WriteAnswer(stdout, FormatLatLonAnswer({request.xml, options.cgi}, on_map, lat, lon));
-  return true;
 }
 
-const char* RequestName(RequestType type) {
-  switch (type) {
-    case RequestType::kGetMap: return "GetMap";
-    case RequestType::kGetFeatureInfo: return "GetFeatureInfo";
-    case RequestType::kGetLocationInfo: return "GetLocationInfo";
-    case RequestType::kGetCapabilities: return "GetCapabilities";
-    case RequestType::kGetSelection: return "GetSelection";
-    default: return "unknown";
+bool SetupQueryGeometry(MapRequest& map) {
+  if (SetupMapGeometry(map, false)) return true;
+  WriteServiceException("Errors processing map server request.");
+  return false;
+}
+
+bool AnswerMap(const ParsedRequest& request, MapRequest& map, const ServeOptions& options) {
+  if (!options.cgi && !options.output) {
+    Report(kError, "Mandatory variable output not set in non-CGI mode!");
+    return false;
   }
+  RenderOutput rendered;
+  if (!VmpSetupMap(map) || !SelectMapLayers(map, request.layers.value_or(std::string())) ||
+      RenderMap(map, false, 0.0, 0.0, rendered) < 0) {
+    WriteServiceException("Errors generating map image.");
+    return false;
+  }
+  return WriteMapAnswer(Service().map_image(), options.cgi, options.output);
+}
+
+// GetFeatureInfo: the point under pixel (I, J); its result is whether that
+// pixel shows the map.
+bool AnswerFeatureInfo(const ParsedRequest& request, MapRequest& map, const ServeOptions& options) {
+  if (!SetupQueryGeometry(map)) return false;
+  const MapGeometry& g = map.geometry;
+  const double i = map.record.location_i, j = map.record.location_j;
+  LatLonPoint p = FeatureInfoLocation(g, i, j);
+  if (i < 0 || j < 0 || i >= static_cast<double>(g.width) || j >= static_cast<double>(g.height)) p.ok = false;
+  return AnswerByPickMode(request, map, options, p.ok, p.lat, p.lon) && p.ok;
+}
+
+// GetLocationInfo: LocationLat and LocationLon, on the map or not by its
+// projection.
+bool AnswerLocationInfo(const ParsedRequest& request, MapRequest& map, const ServeOptions& options) {
+  if (!SetupQueryGeometry(map)) return false;
+  const double lat = map.record.location_lat, lon = map.record.location_lon;
+  return AnswerByPickMode(request, map, options, LocationOnMap(map.geometry, lat, lon), lat, lon);
+}
+
+bool AnswerSelection(const ParsedRequest& request, MapRequest& map, const ServeOptions& options) {
+  kav::Messages().error_count = 0;
+  SelectMapLayers(map, request.layers.value_or(std::string()));
+  const std::vector<SelectionLayer> layers =
+      SelectFeatures(map, map.record.location_i, map.record.location_j,
+                     SelectionSearchRadius(request.pick_resolution));
+  if (kav::Messages().error_count > 0) {
+    WriteServiceException("Errors processing selection request.");
+    return false;
+  }
+  WriteAnswer(stdout, FormatSelectionAnswer({request.xml, options.cgi}, layers));
+  return true;
 }
 
 // Answers a parsed request; true when it produced its result.
 bool Execute(RequestType type, const ParsedRequest& request, MapRequest& map,
              const ServeOptions& options) {
-  Responder responder(options);
   if (type != RequestType::kGetMap) {
-    if (!PrepareMapView(map)) {
+    const bool query = type == RequestType::kGetFeatureInfo || type == RequestType::kGetLocationInfo;
+    if (!PrepareMapView(map) || (query && !SelectQueryLayers(map))) {
       WriteServiceException("Errors processing map server request.");
       return false;
     }
   }
   switch (type) {
-    case RequestType::kGetCapabilities:
+    case RequestType::kGetCapabilities: {
+      Responder responder(options);
       return AnswerCapabilities(request, responder);
-    case RequestType::kGetMap:
-      if (!options.cgi && !options.output) {
-        Report(kError, "Mandatory variable output not set in non-CGI mode!");
-        return false;
-      }
-      [[fallthrough]];
-    case RequestType::kGetLocationInfo:
-      if (request.pick_mode == PickMode::kLatLon) return AnswerLocationLatLon(request, map, options);
-      if (request.pick_mode != PickMode::kElevation) {
-        WriteServiceException("Unsupported INFO_TYPE of GetLocationInfo request.");
-        return false;
-      }
-      [[fallthrough]];
-    case RequestType::kGetFeatureInfo:
-    case RequestType::kGetSelection:
-      WriteServiceException("Errors processing map server request.",
-                            std::string(RequestName(type)) + " is not available in this build");
-      return false;
+    }
+    case RequestType::kGetMap: return AnswerMap(request, map, options);
+    case RequestType::kGetFeatureInfo: return AnswerFeatureInfo(request, map, options);
+    case RequestType::kGetLocationInfo: return AnswerLocationInfo(request, map, options);
+    case RequestType::kGetSelection: return AnswerSelection(request, map, options);
     default:
       WriteServiceException("Unsupported request type.");
       return false;

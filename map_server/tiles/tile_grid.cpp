@@ -29,6 +29,15 @@ bool MakeTileGrid(const Layer& layer, TileGrid* grid, bool quiet) {
   g.max_lon = r.max_lon;
   g.min_lat = r.min_lat;
   g.max_lat = r.max_lat;
+  // A single vector file whose layer file gives no extent covers the world:
+  // its features carry their own coordinates.
+  bool no_extent = r.min_lon == 0 && r.max_lon == 0 && r.min_lat == 0 && r.max_lat == 0;
+  if (g.kind == TileKind::kVector && no_extent && g.columns == 1 && g.rows == 1 && !r.tile_tree) {
+    g.min_lon = r.pos_range ? 0.0 : -180.0;
+    g.max_lon = r.pos_range ? 360.0 : 180.0;
+    g.min_lat = -90.0;
+    g.max_lat = 90.0;
+  }
   bool valid = layer.IsImageOrVector() && g.columns >= 1 && g.rows >= 1 &&
                g.columns <= kMaxGridCells / g.rows &&
                Finite(g.min_lon, g.max_lon, g.min_lat, g.max_lat) && g.max_lon > g.min_lon &&

@@ -106,10 +106,11 @@ bool ImageSizeFits(const TileGrid& g, int64_t column, int64_t row, const LoadedI
                    bool* short_width, bool* short_height) {
   const int64_t rest_w = g.image_width - (g.columns - 1) * g.tile_width;
   const int64_t rest_h = g.image_height - (g.rows - 1) * g.tile_height;
-  *short_width = column == g.columns - 1 && image.width == rest_w && rest_w != g.tile_width;
-  *short_height = row == g.rows - 1 && image.height == rest_h && rest_h != g.tile_height;
-  const bool width_ok = image.width == g.tile_width || *short_width;
-  const bool height_ok = image.height == g.tile_height || *short_height;
+  const int64_t width = image.SourceWidth(), height = image.SourceHeight();
+  *short_width = column == g.columns - 1 && width == rest_w && rest_w != g.tile_width;
+  *short_height = row == g.rows - 1 && height == rest_h && rest_h != g.tile_height;
+  const bool width_ok = width == g.tile_width || *short_width;
+  const bool height_ok = height == g.tile_height || *short_height;
   return width_ok && height_ok;
 }
 
@@ -118,16 +119,17 @@ bool ImageSizeFits(const TileGrid& g, int64_t column, int64_t row, const LoadedI
 void SetImageBounds(const TileGrid* grid, int64_t column, int64_t row, const SlfNode* node,
                     TileRecord& tile) {
   LoadedImage& image = tile.image;
+  const int64_t width = image.SourceWidth(), height = image.SourceHeight();
   if (node != nullptr) {
     // A padded edge tile of a tree: the node's box covers the used part only.
-    if (node->used_width && *node->used_width > 0 && image.width > *node->used_width) {
+    if (node->used_width && *node->used_width > 0 && width > *node->used_width) {
       tile.bounds.max_lon = tile.bounds.min_lon + (tile.bounds.max_lon - tile.bounds.min_lon) *
-                                                      static_cast<double>(image.width) /
+                                                      static_cast<double>(width) /
                                                       static_cast<double>(*node->used_width);
     }
-    if (node->used_height && *node->used_height > 0 && image.height > *node->used_height) {
+    if (node->used_height && *node->used_height > 0 && height > *node->used_height) {
       tile.bounds.min_lat = tile.bounds.max_lat - (tile.bounds.max_lat - tile.bounds.min_lat) *
-                                                      static_cast<double>(image.height) /
+                                                      static_cast<double>(height) /
                                                       static_cast<double>(*node->used_height);
     }
   } else if (grid != nullptr && grid->tile_width > 0) {
@@ -138,12 +140,10 @@ void SetImageBounds(const TileGrid* grid, int64_t column, int64_t row, const Slf
       // A last column or row cut to what remains of the image ends at the
       // layer's extent; a padded one reaches past it.
       if (short_width) {
-        tile.bounds.max_lon =
-            tile.bounds.min_lon + static_cast<double>(image.width) * grid->lon_per_pixel;
+        tile.bounds.max_lon = tile.bounds.min_lon + static_cast<double>(width) * grid->lon_per_pixel;
       }
       if (short_height) {
-        tile.bounds.min_lat =
-            tile.bounds.max_lat - static_cast<double>(image.height) * grid->lat_per_pixel;
+        tile.bounds.min_lat = tile.bounds.max_lat - static_cast<double>(height) * grid->lat_per_pixel;
       }
     }
   }
@@ -153,8 +153,14 @@ void SetImageBounds(const TileGrid* grid, int64_t column, int64_t row, const Slf
   image.max_lat = tile.bounds.max_lat;
 }
 
+ImageDecodeHint DecodeHintOf(const TileBounds& bounds, const TileLoadHints& hints) {
+  return {bounds.min_lon,         bounds.max_lon,     bounds.min_lat,    bounds.max_lat,
+          hints.max_degrees_per_pixel, hints.band_min_lat, hints.band_max_lat};
+}
+
 std::shared_ptr<TileRecord> LoadTile(TileKind kind, Layer& layer, const VolatileSettings& settings,
-                                     int64_t column, int64_t row, SlfNode* node) {
+                                     int64_t column, int64_t row, SlfNode* node,
+                                     const TileLoadHints& hints) {
   const KindTexts& texts = kind == TileKind::kVector ? kVectorTexts : kImageTexts;
   TileCache& cache = Tiles();
   LayerTiles& state = cache.StateOf(layer);
@@ -172,7 +178,9 @@ std::shared_ptr<TileRecord> LoadTile(TileKind kind, Layer& layer, const Volatile
     auto it = state.grid_slots.find(cell);
     if (it != state.grid_slots.end()) old = it->second;
   }
-  if (old && !settings.is_volatile) {
+  // A tile that gives less than this request needs is read again.
+  const bool old_meets_hints = old && TileMeetsHints(*old, hints);
+  if (old && !settings.is_volatile && old_meets_hints) {
     TouchTile(layer, old, kind, false);
     old->updated = true;
     return old;
@@ -184,14 +192,14 @@ std::shared_ptr<TileRecord> LoadTile(TileKind kind, Layer& layer, const Volatile
 
   // 3. A good old tile whose file did not change is kept.
   const bool old_good = old && old->Good();
-  if (old_good && TileFileUnchanged(*old, quiet)) {
+  if (old_good && old_meets_hints && TileFileUnchanged(*old, quiet)) {
     if (Verbosity() >= 6) Report(kInfo, texts.unchanged, old->path);
     TouchTile(layer, old, kind, false);
     old->updated = true;
     return old;
   }
   // 4. Otherwise reload; quiet only while a good old tile can stand in.
-  if (old_good && Verbosity() >= 5) Report(kInfo, texts.changed, old->path);
+  if (old_good && old_meets_hints && Verbosity() >= 5) Report(kInfo, texts.changed, old->path);
   quiet = quiet && old_good;
 
   // 5. The new record and its file.
@@ -214,14 +222,17 @@ std::shared_ptr<TileRecord> LoadTile(TileKind kind, Layer& layer, const Volatile
     if (!quiet && !settings.allow_missing) Report(kError, texts.missing, tile->path);
   } else if (kind == TileKind::kVector) {
     const std::string filter = r.filter.value_or(std::string());
-    if (!LoadTvfFile(tile->path, SourceOf(r), tile->vector, filter, quiet)) {
+    const TvfAttributes attributes = hints.attributes ? TvfAttributes::kRead : TvfAttributes::kSkip;
+    if (!LoadTvfFile(tile->path, SourceOf(r), tile->vector, filter, quiet, attributes)) {
       tile->read_errors = true;
       if (!quiet) Report(kError, "Could not be read", tile->path);
     }
   } else {
     const bool elevation = r.tiles.elevation_mode != 0;
     const int format = static_cast<int>(r.image_format);
-    if (!LoadImageFile(tile->path, format, elevation, tile->image)) {
+    tile->nominal_bounds = tile->bounds;
+    if (!LoadImageFile(tile->path, format, elevation, tile->image, false,
+                       DecodeHintOf(tile->nominal_bounds, hints))) {
       tile->read_errors = true;
       if (!quiet) Report(kError, "Could not be read", tile->path);
     } else {
@@ -268,14 +279,28 @@ std::shared_ptr<TileRecord> LoadTile(TileKind kind, Layer& layer, const Volatile
 
 }  // namespace
 
+bool TileMeetsHints(const TileRecord& tile, const TileLoadHints& hints) {
+  if (tile.kind == TileKind::kVector) return hints.attributes ? !tile.vector.attributes_skipped : true;
+  const LoadedImage& image = tile.image;
+  if (image.format != kJpegFormat) return true;
+  const ImageDecodeHint hint = DecodeHintOf(tile.nominal_bounds, hints);
+  if (image.scale > 1 && DecodeScaleFor(hint, image.SourceWidth(), image.SourceHeight()) < image.scale) {
+    return false;
+  }
+  const DecodeRows rows = DecodeRowsFor(hint, image.SourceHeight(), image.scale);
+  return rows.first >= image.first_row && rows.end <= image.first_row + image.height;
+}
+
 std::shared_ptr<TileRecord> LoadVectorTile(Layer& layer, const VolatileSettings& settings,
-                                           int64_t column, int64_t row, SlfNode* node) {
-  return LoadTile(TileKind::kVector, layer, settings, column, row, node);
+                                           int64_t column, int64_t row, SlfNode* node,
+                                           const TileLoadHints& hints) {
+  return LoadTile(TileKind::kVector, layer, settings, column, row, node, hints);
 }
 
 std::shared_ptr<TileRecord> LoadImageTile(Layer& layer, const VolatileSettings& settings,
-                                          int64_t column, int64_t row, SlfNode* node) {
-  return LoadTile(TileKind::kImage, layer, settings, column, row, node);
+                                          int64_t column, int64_t row, SlfNode* node,
+                                          const TileLoadHints& hints) {
+  return LoadTile(TileKind::kImage, layer, settings, column, row, node, hints);
 }
 
 }  // namespace vmp

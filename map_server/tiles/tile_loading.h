@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -26,6 +27,23 @@ struct VolatileSettings {
 };
 
 VolatileSettings VolatileSettingsOf(const Layer& layer);
+
+// What the request that loads a tile needs of it. A cached tile that gives
+// less (loaded without attributes, or decoded coarser) is read again.
+struct TileLoadHints {
+  // Vector tiles: keep the features' attributes.
+  bool attributes = true;
+  // Image tiles: the coarsest pixel size, in degrees, that still serves the
+  // map (JPEG tiles are then decoded at a reduced size); 0: full size.
+  double max_degrees_per_pixel = 0.0;
+  // Image tiles: the latitudes the map shows (JPEG tiles are decoded only
+  // over them).
+  double band_min_lat = -std::numeric_limits<double>::infinity();
+  double band_max_lat = std::numeric_limits<double>::infinity();
+};
+
+// Whether a loaded tile gives what `hints` ask for.
+bool TileMeetsHints(const TileRecord& tile, const TileLoadHints& hints);
 
 // Lock files are waited for at most this long, whatever LockTimeout says.
 inline constexpr double kMaxLockTimeout = 60.0;
@@ -51,8 +69,10 @@ bool TileFileUnchanged(const TileRecord& tile, bool quiet);
 // with read errors (and stays cached, so it is not retried each request
 // unless the layer is volatile).
 std::shared_ptr<TileRecord> LoadVectorTile(Layer& layer, const VolatileSettings& settings,
-                                           int64_t column, int64_t row, SlfNode* node);
+                                           int64_t column, int64_t row, SlfNode* node,
+                                           const TileLoadHints& hints = {});
 std::shared_ptr<TileRecord> LoadImageTile(Layer& layer, const VolatileSettings& settings,
-                                          int64_t column, int64_t row, SlfNode* node);
+                                          int64_t column, int64_t row, SlfNode* node,
+                                          const TileLoadHints& hints = {});
 
 }  // namespace vmp

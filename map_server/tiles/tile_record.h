@@ -52,6 +52,10 @@ struct TileRecord {
   bool in_use = false;   // the record occupies its layer's cache slot
   bool updated = false;  // handed out during the current request
   TileBounds bounds;
+  // The cell's or tree node's bounds, known before the file is read (image
+  // tiles widen or narrow `bounds` to their pixels afterwards); the reduced
+  // decoding of image tiles is judged against these.
+  TileBounds nominal_bounds;
 
   // The loaded data of the tile's kind.
   VectorData vector;

@@ -23,8 +23,8 @@ TileBounds Widened(TileBounds b, double margin) {
 bool IsVector(const Layer& layer) { return layer.record.layer_type == kLayerVector; }
 
 std::shared_ptr<TileRecord> LoadFor(TileWalk& walk, int64_t column, int64_t row, SlfNode* leaf) {
-  return IsVector(*walk.layer) ? LoadVectorTile(*walk.layer, walk.settings, column, row, leaf)
-                               : LoadImageTile(*walk.layer, walk.settings, column, row, leaf);
+  return IsVector(*walk.layer) ? LoadVectorTile(*walk.layer, walk.settings, column, row, leaf, walk.hints)
+                               : LoadImageTile(*walk.layer, walk.settings, column, row, leaf, walk.hints);
 }
 
 TileRecord* TreeTile(const TileWalk& walk, const SlfNode& node) {

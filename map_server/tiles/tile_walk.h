@@ -43,6 +43,7 @@ struct TileWalk {
   bool location_query = false;
   double location_margin = 0.0;
   VolatileSettings settings;  // kTileDraw
+  TileLoadHints hints;        // kTileDraw: what the request needs of the tiles
   std::function<void(const std::shared_ptr<TileRecord>& tile, const SlfNode* leaf)> on_tile;
   std::function<void(const TileBounds& bounds)> on_bounds;
   // The layer's MaxTiles for the early stop of the marking operations

@@ -50,7 +50,26 @@ size_t TvfInput::ReadSlow(char* out, size_t size) {
   return done;
 }
 
-size_t TvfInput::Skip(size_t size) {
+const char* TvfInput::ContiguousSlow(size_t size) {
+  if (file_ == nullptr || failed_ || size > kBufferSize) return nullptr;
+  // Move what is left to the front of the buffer and fill up behind it.
+  const size_t left = static_cast<size_t>(end_ - pos_);
+  consumed_before_ += static_cast<uint64_t>(pos_ - begin_);
+  std::memmove(buffer_.get(), pos_, left);
+  begin_ = pos_ = buffer_.get();
+  end_ = begin_ + left;
+  while (static_cast<size_t>(end_ - begin_) < size) {
+    const size_t got = std::fread(buffer_.get() + (end_ - begin_), 1, kBufferSize - static_cast<size_t>(end_ - begin_), file_);
+    if (got == 0) {
+      if (std::ferror(file_)) failed_ = true;
+      return nullptr;
+    }
+    end_ += got;
+  }
+  return pos_;
+}
+
+size_t TvfInput::SkipSlow(size_t size) {
   size_t done = 0;
   while (done < size) {
     if (pos_ == end_ && !Refill()) break;

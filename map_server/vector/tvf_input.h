@@ -45,8 +45,22 @@ class TvfInput {
     }
     return ReadSlow(static_cast<char*>(out), size);
   }
+  // The next `size` bytes (at most kBufferSize) in one piece, without
+  // taking them, or null when fewer remain. Take them with Consume.
+  const char* Contiguous(size_t size) {
+    if (static_cast<size_t>(end_ - pos_) >= size) return pos_;
+    return ContiguousSlow(size);
+  }
+  // Takes `size` bytes that Contiguous made available.
+  void Consume(size_t size) { pos_ += size; }
   // Skips size bytes; returns how many were skipped.
-  size_t Skip(size_t size);
+  size_t Skip(size_t size) {
+    if (static_cast<size_t>(end_ - pos_) >= size) {
+      pos_ += size;
+      return size;
+    }
+    return SkipSlow(size);
+  }
   // Skips blanks, tabs, line breaks, vertical tabs and form feeds.
   void SkipSpace() {
     for (;;) {
@@ -70,6 +84,8 @@ class TvfInput {
  private:
   bool Refill();
   size_t ReadSlow(char* out, size_t size);
+  size_t SkipSlow(size_t size);
+  const char* ContiguousSlow(size_t size);
 
   FILE* file_ = nullptr;
   std::unique_ptr<char[]> buffer_;

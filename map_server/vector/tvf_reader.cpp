@@ -1,8 +1,10 @@
 #include "map_server/vector/tvf_reader.h"
 
 #include <algorithm>
+#include <bit>
 #include <chrono>
 #include <cmath>
+#include <cstring>
 #include <memory>
 
 #include "map_server/vector/c_real_scan.h"
@@ -82,10 +84,9 @@ bool ReadHex(TvfInput& in, int64_t* out) {
 }
 
 bool ReadLittleEndian(TvfInput& in, uint64_t* out) {
-  unsigned char bytes[8];
-  if (in.Read(bytes, 8) != 8) return false;
-  uint64_t value = 0;
-  for (int i = 7; i >= 0; --i) value = (value << 8) | bytes[i];
+  uint64_t value;
+  if (in.Read(&value, 8) != 8) return false;
+  if constexpr (std::endian::native == std::endian::big) value = __builtin_bswap64(value);
   *out = value;
   return true;
 }
@@ -96,6 +97,18 @@ bool ReadBinaryDouble(TvfInput& in, double* out) {
   std::memcpy(out, &bits, sizeof bits);
   return true;
 }
+
+// A little-endian 8-byte field at `p`: an integer, or a real.
+int64_t LoadField(const char* p) {
+  uint64_t value;
+  std::memcpy(&value, p, 8);
+  if constexpr (std::endian::native == std::endian::big) value = __builtin_bswap64(value);
+  return static_cast<int64_t>(value);
+}
+double LoadReal(const char* p) { return std::bit_cast<double>(LoadField(p)); }
+
+// Binary points read from the buffer at once (16 bytes each).
+constexpr int64_t kPointChunk = 4096;
 
 // How many elements of `min_bytes` each to reserve for a declared count:
 // all of them when the input can hold them, else as many as it can.
@@ -108,8 +121,9 @@ size_t PlausibleCount(uint64_t declared, uint64_t min_bytes, const TvfInput& in)
 // Reads the records of one file; owns the per-load state and messages.
 class TvfRecordReader {
  public:
-  TvfRecordReader(TvfInput& in, const std::string& name, VectorData& data, bool quiet)
-      : in_(in), name_(name), data_(data), quiet_(quiet) {}
+  TvfRecordReader(TvfInput& in, const std::string& name, VectorData& data, bool quiet,
+                  bool keep_attributes)
+      : in_(in), name_(name), data_(data), quiet_(quiet), keep_attributes_(keep_attributes) {}
 
   bool ReadHeader();
   bool ReadRecords();
@@ -126,12 +140,14 @@ class TvfRecordReader {
   bool ReadPolygon();
   bool ReadMarker();
   bool ReadAttributes(Feature& feature, int64_t count);
+  bool SkipAttributes(int64_t count);
   void JoinGroup(PolygonFeature* polygon);
 
   TvfInput& in_;
   const std::string& name_;
   VectorData& data_;
   bool quiet_;
+  bool keep_attributes_;
   TvfFormat format_ = TvfFormat::kAscii;
   int64_t version_ = kTvfVersion;
   PolygonFeature* group_head_ = nullptr;  // head of the open polygon group
@@ -204,12 +220,7 @@ bool TvfRecordReader::ReadPolygon() {
   std::vector<PolygonPoint>& points = polygon->points;
   points.reserve(PlausibleCount(static_cast<uint64_t>(point_count), min_bytes, in_) + 1);
   PolygonBox& box = polygon->box;
-  for (int64_t i = 0; i < point_count; ++i) {
-    double x, y;
-    if (!ReadPoint(&x, &y)) {
-      Fail("Error reading polygon points");
-      return false;
-    }
+  auto add = [&](int64_t i, double x, double y) {
     if (i == 0) {
       box = {x, y, x, y};
     } else {
@@ -219,6 +230,27 @@ bool TvfRecordReader::ReadPolygon() {
       if (y > box.max_y) box.max_y = y;
     }
     points.push_back({x, y, 0.0});
+  };
+  int64_t i = 0;
+  if (format_ == TvfFormat::kBinary) {
+    // Straight from the input's buffer, a chunk of points at a time; what
+    // the buffer cannot hold in one piece goes through the field reader.
+    while (i < point_count) {
+      const int64_t chunk = std::min<int64_t>(point_count - i, kPointChunk);
+      const char* p = in_.Contiguous(static_cast<size_t>(chunk) * 16);
+      if (p == nullptr) break;
+      for (int64_t k = 0; k < chunk; ++k, p += 16) add(i + k, LoadReal(p), LoadReal(p + 8));
+      in_.Consume(static_cast<size_t>(chunk) * 16);
+      i += chunk;
+    }
+  }
+  for (; i < point_count; ++i) {
+    double x, y;
+    if (!ReadPoint(&x, &y)) {
+      Fail("Error reading polygon points");
+      return false;
+    }
+    add(i, x, y);
   }
   polygon->extent = std::max(std::fabs(box.min_x - box.max_x), std::fabs(box.min_y - box.max_y));
   JoinGroup(polygon.get());
@@ -275,6 +307,7 @@ bool TvfRecordReader::ReadAttributes(Feature& feature, int64_t count) {
     return false;
   }
   if (count == 0) return true;
+  if (!keep_attributes_) return SkipAttributes(count);
   uint64_t min_bytes =
       format_ == TvfFormat::kBinary ? kMinBinaryAttributeBytes : kMinAsciiAttributeBytes;
   feature.attributes.reserve(PlausibleCount(static_cast<uint64_t>(count), min_bytes, in_));
@@ -327,6 +360,76 @@ bool TvfRecordReader::ReadAttributes(Feature& feature, int64_t count) {
   feature.index_map.assign(static_cast<size_t>(max_index) + 1, -1);
   for (size_t i = 0; i < feature.attributes.size(); ++i) {
     feature.index_map[static_cast<size_t>(feature.attributes[i].index)] = static_cast<int64_t>(i);
+  }
+  return true;
+}
+
+
+// The binary entries that need no message, straight from the input's
+// buffer: false (nothing taken) for anything else, which the field readers
+// then read with their checks and messages.
+bool SkipPlainBinaryAttribute(TvfInput& in) {
+  const char* p = in.Contiguous(24);
+  if (p == nullptr) return false;
+  const int64_t index = LoadField(p), type = LoadField(p + 8);
+  if (index < 0 || index > kTvfMaxAttributeIndex) return false;
+  if (type == 2) {
+    in.Consume(24);
+    return true;
+  }
+  if (type == 3) {
+    if (in.Contiguous(40) == nullptr) return false;
+    in.Consume(40);
+    return true;
+  }
+  if (type != 1) return false;
+  const int64_t length = LoadField(p + 16);
+  if (length == -1) {
+    in.Consume(24);
+    return true;
+  }
+  if (length < 0 || length > kTvfMaxStringLength) return false;
+  const size_t size = 24 + static_cast<size_t>(length) + 1;
+  if (in.Contiguous(size) == nullptr) return false;
+  in.Consume(size);
+  return true;
+}
+
+// Reads past `count` attribute entries with the checks of ReadAttributes,
+// keeping nothing.
+bool TvfRecordReader::SkipAttributes(int64_t count) {
+  for (int64_t i = 0; i < count; ++i) {
+    if (format_ == TvfFormat::kBinary && SkipPlainBinaryAttribute(in_)) continue;
+    int64_t index = 0, type = 0;
+    if (!ReadInteger(&index) || !ReadInteger(&type) || index < 0 || index > kTvfMaxAttributeIndex) {
+      Fail("Bad attribute");
+      return false;
+    }
+    double unused;
+    switch (type) {
+      case 1:
+        if (!ReadTvfString(in_, format_, nullptr, quiet_)) {
+          Fail("Bad S attribute");
+          return false;
+        }
+        break;
+      case 2:
+        if (!ReadTvfReal(in_, format_, &unused)) {
+          Fail("Bad D attribute");
+          return false;
+        }
+        break;
+      case 3:
+        if (!ReadTvfReal(in_, format_, &unused) || !ReadTvfReal(in_, format_, &unused) ||
+            !ReadTvfReal(in_, format_, &unused)) {
+          Fail("Bad G attribute");
+          return false;
+        }
+        break;
+      default:
+        Fail("Unknown attribute type");
+        return false;
+    }
   }
   return true;
 }
@@ -451,11 +554,14 @@ bool ConvertShapefileToTvfStream(const std::string& shapefile, FILE* out) {
   return ConvertShapefile(shapefile, out, TvfFormat::kBinary);
 }
 
-bool LoadTvfStream(TvfInput& input, const std::string& name, VectorData& data, bool quiet) {
+bool LoadTvfStream(TvfInput& input, const std::string& name, VectorData& data, bool quiet,
+                   TvfAttributes attributes) {
   data.Clear();
   data.loading = true;
   data.error = true;
-  TvfRecordReader reader(input, name, data, quiet);
+  const bool keep = attributes == TvfAttributes::kRead;
+  data.attributes_skipped = !keep;
+  TvfRecordReader reader(input, name, data, quiet, keep);
   if (!reader.ReadHeader()) return false;
   bool ok = reader.ReadRecords() && !input.Failed();
   data.loading = false;
@@ -472,7 +578,7 @@ bool LoadTvfStream(TvfInput& input, const std::string& name, VectorData& data, b
 }
 
 bool LoadTvfFile(const std::string& file_name, TvfSource source, VectorData& data,
-                 std::string_view filter_command, bool quiet) {
+                 std::string_view filter_command, bool quiet, TvfAttributes attributes) {
   data.Clear();
   data.loading = true;
   data.error = true;
@@ -521,7 +627,7 @@ bool LoadTvfFile(const std::string& file_name, TvfSource source, VectorData& dat
   }
 
   TvfInput input(stream);
-  bool ok = LoadTvfStream(input, file_name, data, quiet);
+  bool ok = LoadTvfStream(input, file_name, data, quiet, attributes);
   if (ok && Verbosity() >= 6) Report(kInfo, "Loaded TVF file", file_name);
   report_time();
   return ok;

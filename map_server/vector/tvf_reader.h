@@ -26,6 +26,12 @@ namespace vmp {
 // a shapefile, anything else TVF), a TVF file, or a shapefile.
 enum class TvfSource : int { kByName = 0, kTvf = 1, kShapefile = 2 };
 
+// Whether a load keeps the features' attributes. Drawing without attribute
+// conditions needs only the geometry: kSkip reads past the attribute
+// entries (checking them as usual) without storing them, and marks the data
+// with `attributes_skipped`.
+enum class TvfAttributes : int { kRead = 0, kSkip = 1 };
+
 // Loads `file_name` into `data` (emptied first) and returns success, which
 // is also `!data.error`. With a non-empty `filter_command` the source kind
 // is ignored: the command is run with the quoted file name put in place of
@@ -34,11 +40,13 @@ enum class TvfSource : int { kByName = 0, kTvf = 1, kShapefile = 2 };
 // header's own message and "Can't create tmpfile!". A failed load keeps the
 // features read before the failure.
 bool LoadTvfFile(const std::string& file_name, TvfSource source, VectorData& data,
-                 std::string_view filter_command = {}, bool quiet = false);
+                 std::string_view filter_command = {}, bool quiet = false,
+                 TvfAttributes attributes = TvfAttributes::kRead);
 
 // Reads header and records from `input` into `data` (emptied first), with
 // the same flags and messages as LoadTvfFile; `name` is used in messages.
-bool LoadTvfStream(TvfInput& input, const std::string& name, VectorData& data, bool quiet);
+bool LoadTvfStream(TvfInput& input, const std::string& name, VectorData& data, bool quiet,
+                   TvfAttributes attributes = TvfAttributes::kRead);
 
 // The command line LoadTvfFile runs for a filter command.
 std::string BuildFilterCommandLine(std::string_view command, std::string_view file_name);

@@ -177,6 +177,8 @@ struct VectorData {
   // ends, `error` only when the load succeeds.
   bool loading = false;
   bool error = false;
+  // Loaded without the features' attributes (TvfAttributes::kSkip).
+  bool attributes_skipped = false;
 
   // Appends a feature and updates the counts and max_attr_index.
   void AddFeature(std::unique_ptr<Feature> feature);

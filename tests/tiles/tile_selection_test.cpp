@@ -59,7 +59,10 @@ class TileSelectionTest : public ::testing::Test {
         {"big", WorldGrid("VECTOR", 100, 50, "MAX TILES=4\n")},
         {"island", "TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=i.tvf\nMAX LON=10\nMAX LAT=10\n"},
         {"flat", WorldGrid("VECTOR", 0, 10)},
-        {"lost", "TYPE=VECTOR\nTRANS TYPE=OPAQUE\nTILES SUBLIF=nowhere/root.slf\n"}};
+        {"lost", "TYPE=VECTOR\nTRANS TYPE=OPAQUE\nTILES SUBLIF=nowhere/root.slf\n"},
+        {"whole", "TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=w.tvf\n"},
+        {"whole360", "TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=w.tvf\nPOS RANGE=1\n"},
+        {"noimage", "TYPE=IMAGE\nTRANS TYPE=OPAQUE\nFILENAME=w.jpg\nWIDTH=4\nHEIGHT=4\n"}};
     std::string info;
     for (const auto& [name, lif] : lifs) info += "LAYER=" + std::string(name) + ", " + files_.Write(std::string(name) + ".lif", lif) + "\n";
     WriteTree(files_);
@@ -197,6 +200,28 @@ TEST_F(TileSelectionTest, OutcomesAndCounts) {
   EXPECT_TRUE(capture.Contains("Unexpected used tree tile!"));
   EXPECT_TRUE(capture.Contains("Unexpected HitBorder flag, tile: " + files_.dir() / "tree/root.slf"));
   EXPECT_TRUE(capture.messages().at(0).from_toolkit);
+}
+
+}  // namespace
+}  // namespace vmp
+
+namespace vmp {
+namespace {
+
+// A single vector file without an extent covers the world; an image still needs one.
+TEST_F(TileSelectionTest, VectorFileWithoutExtentCoversTheWorld) {
+  TileGrid grid;
+  ASSERT_TRUE(MakeTileGrid(files_.layer("whole"), &grid));
+  EXPECT_EQ(grid.min_lon, -180);
+  EXPECT_EQ(grid.max_lon, 180);
+  EXPECT_EQ(grid.min_lat, -90);
+  EXPECT_EQ(grid.max_lat, 90);
+  ASSERT_TRUE(MakeTileGrid(files_.layer("whole360"), &grid));
+  EXPECT_EQ(grid.min_lon, 0);
+  EXPECT_EQ(grid.max_lon, 360);
+  test::MessageCapture capture;
+  EXPECT_FALSE(MakeTileGrid(files_.layer("noimage"), &grid));
+  EXPECT_TRUE(capture.Contains("Invalid tile grid for layer: noimage"));
 }
 
 }  // namespace
