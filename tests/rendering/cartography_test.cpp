@@ -6,11 +6,16 @@
 #include <array>
 
 #include "map_server/image/tiff_writer.h"
+#include "map_server/layers/layer_string.h"
 #include "map_server/rendering/grid_layer.h"
 #include "map_server/rendering/image_pass.h"
+#include "map_server/rendering/render_map.h"
 #include "map_server/rendering/simple_layers.h"
 #include "map_server/rendering/vector_tile_drawer.h"
+#include "map_server/service/map_service.h"
+#include "map_server/vector/tvf_writer.h"
 #include "tests/rendering/render_test_util.h"
+#include "tests/support/map_fixtures.h"
 #include "tests/support/temp_dir.h"
 
 namespace vmp {
@@ -355,6 +360,56 @@ TEST(CartographyTest, AttributeMapSwitchesFillColour) {
   EXPECT_EQ(At(image, 15, 10), (Rgb3{0, 255, 0}));
   EXPECT_EQ(At(image, 25, 10), (Rgb3{127, 127, 127}));
   EXPECT_EQ(At(image, 35, 10), kWhite);
+}
+
+TEST(CartographyTest, StylesFromLayerFilesThroughRenderMap) {
+  // A world map, 360 x 180 pixels: a black/white image, a grid every 30
+  // degrees 3 pixels wide, a red "U" polyline 5 pixels wide (in a FILL AND
+  // EDGE layer) and a green disc marker of 9 pixels at (0, 45 N).
+  test::DatasetFiles files;
+  const uint8_t bw[] = {0, 0, 0, 255, 255, 255};
+  ASSERT_TRUE(VmpWriteTiff(nullptr, files.dir() / "bw.tif", bw, 2, 1, 0, false));
+  TvfOutput out = OpenTvfOutput(files.dir() / "roads.tvf");
+  PolygonFeature road;
+  road.points = {{-100, -15}, {-100, -45}, {100, -45}, {100, -15}};
+  MarkerFeature town;
+  town.y = 45;
+  WriteTvfFeature(out.get(), TvfFormat::kAscii, road);
+  WriteTvfFeature(out.get(), TvfFormat::kAscii, town);
+  ASSERT_TRUE(CloseTvfOutput(std::move(out)));
+  const std::string world = "MIN LON=-180\nMAX LON=180\nMIN LAT=-90\nMAX LAT=90\n";
+  const std::pair<const char*, std::string> lifs[] = {
+      {"bw", "TYPE=IMAGE\nTRANS TYPE=OPAQUE\nFILENAME=bw.tif\nWIDTH=2\nHEIGHT=1\n" + world},
+      {"grid", "TYPE=GRID\nTRANS TYPE=OPAQUE\nGRID LAT INTERVAL=30\nGRID LON INTERVAL=30\nEDGE COLOR=0 0 1\n"
+               "LINE WIDTH=3\n"},
+      {"roads", "TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=roads.tvf\nFILL TYPE=FILL AND EDGE\nFILL COLOR=1 1 0\n"
+                "EDGE COLOR=1 0 0\nLINE WIDTH=5\nMARKER ICON TYPE=CIRCLE_FILL\nMARKER ICON SIZE=9\n"
+                "MARKER FILL COLOR=0 1 0\n" + world}};
+  std::string info;
+  for (const auto& [name, lif] : lifs) info += std::string("LAYER=") + name + " " + files.Write(std::string(name) + ".lif", lif) + "\n";
+  files.Load(info);
+  auto render = [&](bool anti_aliasing) -> const MapImage& {
+    std::unique_ptr<MapRequest> map = test::MakeMap(files.dataset(), {});
+    map->resources.SetNumber("ImageAntiAliasing", anti_aliasing ? 1 : 0);
+    SelectMapLayers(*map, "bw,grid,roads");
+    RenderOutput output;
+    EXPECT_EQ(RenderMap(*map, false, 0, 0, output), 3);
+    return Service().map_image();
+  };
+  const MapImage& sharp = render(false);
+  // Row 60 is the parallel 30 N, column 209 the meridian 30 E.
+  ExpectAll(sharp, {{100, 60}, {140, 61}, {209, 100}, {208, 20}}, kBlue);
+  ExpectAll(sharp, {{100, 75}, {10, 100}}, (Rgb3{0, 0, 0}));
+  ExpectAll(sharp, {{230, 75}, {350, 100}}, kWhite);
+  ExpectAll(sharp, {{100, 134}, {250, 136}, {80, 110}}, kRed);
+  EXPECT_EQ(At(sharp, 130, 114), (Rgb3{0, 0, 0}));  // the polyline is not filled
+  EXPECT_EQ(At(sharp, 177, 45), (Rgb3{0, 255, 0}));
+  EXPECT_EQ(At(sharp, 182, 45), (Rgb3{0, 255, 0}));
+  EXPECT_EQ(At(sharp, 170, 45), (Rgb3{0, 0, 0}));
+  // The map's ImageAntiAliasing blends the two image pixels half-way.
+  const Rgb3 middle = At(render(true), 170, 100);
+  EXPECT_GT(middle[0], 100);
+  EXPECT_LT(middle[0], 155);
 }
 
 }  // namespace
