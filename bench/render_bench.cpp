@@ -1,12 +1,18 @@
 // The renderer's hot paths: polygon scan conversion (the real countries and
-// a synthetic polygon of 10^5 vertices on a 2048 x 2048 map) and the image
-// layer pixel pass over a 2048 x 1024 world tile in both projections.
+// a synthetic polygon of 10^5 vertices on a 2048 x 2048 map), the countries'
+// edges as thick lines, markers, and the image layer pixel pass over a
+// 2048 x 1024 world tile in both projections, nearest and bilinear.
+//
+// The "allocs" counters count the heap allocations of one iteration after
+// the first (the drawing's arrays only grow, so they should be 0).
 #include <benchmark/benchmark.h>
 #include <shapefil.h>
 
+#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <string>
 
 #include "map_server/dataset/layer.h"
@@ -15,6 +21,25 @@
 #include "map_server/rendering/scan_converter.h"
 #include "map_server/rendering/vector_tile_drawer.h"
 #include "toolkit/message_log.h"
+
+namespace {
+
+std::atomic<int64_t> g_allocations{0};
+
+}  // namespace
+
+// Counts every allocation of the process. (g++ takes the replaced operators
+// for the built-in ones and warns about free on their pointers.)
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
+void* operator new(std::size_t size) {
+  g_allocations.fetch_add(1, std::memory_order_relaxed);
+  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
+  throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 namespace {
 
@@ -132,6 +157,7 @@ void BM_FillPolygon(benchmark::State& state) {
 // world map (rectangular) or a 2048 x 2048 globe (orthographic).
 void BM_ImagePass(benchmark::State& state) {
   const bool globe = state.range(0) == kOrthographicProjection;
+  const bool bilinear = state.range(1) != 0;
   const MapGeometry g = globe ? Globe(2048) : WorldMap(2048, 1024);
   MapImage image;
   AllocateMapImage(g, image);
@@ -146,16 +172,82 @@ void BM_ImagePass(benchmark::State& state) {
     return t;
   }();
   const ImageTileRef tiles[] = {{&tile, {-180, 180, -90, 90}}};
-  const ImageLayerInput layers[] = {{"world", kTransOpaque, 1.0, {}, 0.0, tiles}};
+  ImageLayerInput layers[] = {{"world", kTransOpaque, 1.0, {}, 0.0, tiles}};
+  layers[0].bilinear = bilinear;
   ImagePassScratch scratch;
   for (auto _ : state) DrawImageLayers(surface, scratch, layers);
   const double pixels = static_cast<double>(g.width * g.height);
   state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(pixels));
 }
 
+// The countries' edges only (FillType EDGE), arguments: projection, line
+// width in pixels.
+void BM_DrawCountryEdges(benchmark::State& state) {
+  const MapGeometry g = state.range(0) == kOrthographicProjection ? Globe(2048) : WorldMap(2048, 2048);
+  MapImage image;
+  AllocateMapImage(g, image);
+  DrawSurface surface(&image, g);
+  VectorScratch scratch;
+  Layer layer = FillLayer();
+  layer.record.drawing.fill_type = 1;
+  layer.record.drawing.line_width = static_cast<int32_t>(state.range(1));
+  layer.record.drawing.alpha = 0.7;  // blended: every pixel of a stroke written once
+  const VectorData& data = Countries();
+  VectorDrawStats stats;
+  DrawVectorTile(surface, scratch, layer, data, {}, stats);  // warm-up
+  int64_t allocations = 0;
+  for (auto _ : state) {
+    const int64_t before = g_allocations.load();
+    DrawVectorTile(surface, scratch, layer, data, {}, stats);
+    allocations = g_allocations.load() - before;
+  }
+  state.counters["allocs"] = static_cast<double>(allocations);
+}
+
+// 10^4 markers on a 2048 x 2048 map, arguments: MarkerType flags, size.
+void BM_DrawMarkers(benchmark::State& state) {
+  const MapGeometry g = WorldMap(2048, 2048);
+  MapImage image;
+  AllocateMapImage(g, image);
+  DrawSurface surface(&image, g);
+  VectorScratch scratch;
+  Layer layer = FillLayer();
+  layer.record.drawing.marker_type = static_cast<int32_t>(state.range(0));
+  layer.record.drawing.marker_size = static_cast<int32_t>(state.range(1));
+  layer.record.drawing.line_width = 2;
+  VectorData data;
+  for (int i = 0; i < 10000; ++i) {
+    auto m = std::make_unique<MarkerFeature>();
+    m->x = -179.0 + 358.0 * ((i * 7919) % 10000) / 10000.0;
+    m->y = -89.0 + 178.0 * ((i * 104729) % 10000) / 10000.0;
+    data.AddFeature(std::move(m));
+  }
+  VectorDrawStats stats;
+  DrawVectorTile(surface, scratch, layer, data, {}, stats);  // warm-up
+  int64_t allocations = 0;
+  for (auto _ : state) {
+    const int64_t before = g_allocations.load();
+    DrawVectorTile(surface, scratch, layer, data, {}, stats);
+    allocations = g_allocations.load() - before;
+  }
+  state.counters["allocs"] = static_cast<double>(allocations);
+  state.SetItemsProcessed(state.iterations() * 10000);
+}
+
 BENCHMARK(BM_DrawCountries)->Arg(kRectangularProjection)->Arg(kOrthographicProjection)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_FillPolygon)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ImagePass)->Arg(kRectangularProjection)->Arg(kOrthographicProjection)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DrawCountryEdges)
+    ->Args({kRectangularProjection, 1})
+    ->Args({kRectangularProjection, 4})
+    ->Args({kOrthographicProjection, 4})
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DrawMarkers)->Args({4, 5})->Args({2 | 16, 9})->Args({1 | 8 | 32, 15})->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ImagePass)
+    ->Args({kRectangularProjection, 0})
+    ->Args({kOrthographicProjection, 0})
+    ->Args({kRectangularProjection, 1})
+    ->Args({kOrthographicProjection, 1})
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

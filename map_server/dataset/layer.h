@@ -37,7 +37,7 @@ struct DrawingAttributes {
   int32_t text_anchor = 17;
   std::optional<std::string> label_format;
   int32_t marker_type = 0;
-  int32_t marker_size = 5;
+  int32_t marker_size = kDefaultMarkerSize;
   int32_t marker_margin = 1;
   int32_t text_box_margin = 0;
   Rgb marker_edge_color;

@@ -72,7 +72,7 @@ constexpr std::array<ParamEntry, kLayerParamCount> kLayerTable = {{
     Integer("TextAnchor", 17),
     String("LabelFormat"),
     Integer("MarkerType", 0),
-    Integer("MarkerSize", 5),
+    Integer("MarkerSize", kDefaultMarkerSize),
     Integer("MarkerMargin", 1),
     Integer("TextBoxMargin", 0),
     Color("MarkerEdgeColor"),

@@ -10,6 +10,10 @@
 
 namespace vmp {
 
+// Size in pixels of the default marker: the default of the layer parameter
+// MarkerSize, and the search radius of location queries (map_geometry.h).
+inline constexpr int32_t kDefaultMarkerSize = 5;
+
 // A colour: three components, 0..1 in resources and parameters, 0..255 in
 // records.
 struct Rgb {

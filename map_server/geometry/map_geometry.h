@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <optional>
 
+#include "map_server/dataset/param_tables.h"
+
 namespace vmp {
 
 class MapImage;
@@ -18,8 +20,8 @@ inline constexpr double kInvalidCoordinate = 10000.0;
 // Largest image side accepted without a clip area or KAV_ALLOW_HUGE_IMAGE.
 inline constexpr int64_t kMaxImageSide = 10000;
 // Search radius of a location query in pixels: the size of the default
-// marker (the layer parameter MarkerSize defaults to 5).
-inline constexpr double kDefaultSearchRadius = 5.0;
+// marker (kDefaultMarkerSize, the layer parameter MarkerSize's default).
+inline constexpr double kDefaultSearchRadius = kDefaultMarkerSize;
 
 // Projection codes of the map parameter "Projection".
 inline constexpr int64_t kRectangularProjection = 0;

@@ -11,32 +11,86 @@ namespace vmp {
 
 namespace {
 
+// How a layer's samples are made.
+enum class SampleKind {
+  kColour,           // the image's pixels as they are
+  kStyledColour,     // the image's pixels, keyed and/or pixel-mapped
+  kElevationColour,  // elevations through the palette (keyed there)
+  kElevationData,    // the 16-bit samples as colours
+};
+
 // What the inner loop needs of a layer.
 struct PassLayer {
   const TileSampler* sampler;
   int64_t kind;
   double alpha;
-  bool has_trans_colour;
-  double trans[3];
+  SampleKind sample;
+  bool bilinear;
+  bool has_key;
+  double key[3];
   double tolerance;
+  const ElevationPalette* palette;
+  const PixelMapper* mapper;
 };
 
-bool IsTransparentColour(const PassLayer& layer, const SampledColour& c) {
-  return std::fabs(c.r - layer.trans[0]) <= layer.tolerance &&
-         std::fabs(c.g - layer.trans[1]) <= layer.tolerance &&
-         std::fabs(c.b - layer.trans[2]) <= layer.tolerance;
+bool WithinKey(const PassLayer& layer, const SampledColour& c) {
+  return std::fabs(c.r - layer.key[0]) <= layer.tolerance && std::fabs(c.g - layer.key[1]) <= layer.tolerance &&
+         std::fabs(c.b - layer.key[2]) <= layer.tolerance;
+}
+
+template <typename Fetch>
+bool SampleWith(const PassLayer& layer, double lat, double lon, const Fetch& fetch, SampledColour& out) {
+  return layer.bilinear ? layer.sampler->SampleBilinear(lat, lon, fetch, out)
+                        : layer.sampler->SampleNearest(lat, lon, fetch, out);
+}
+
+bool SampleLayer(const PassLayer& layer, double lat, double lon, SampledColour& out) {
+  using Tile = TileSampler::Tile;
+  switch (layer.sample) {
+    case SampleKind::kColour:
+      if (!layer.bilinear) return layer.sampler->Sample(lat, lon, out);
+      return SampleWith(layer, lat, lon, [](const Tile& t, int64_t c, int64_t r) { return TileSampler::ColourAt(t, c, r); }, out);
+    case SampleKind::kStyledColour:
+      return SampleWith(layer, lat, lon, [&layer](const Tile& t, int64_t c, int64_t r) {
+        SampledColour s = TileSampler::ColourAt(t, c, r);
+        if (layer.has_key && WithinKey(layer, s)) s.a = 0;
+        if (layer.mapper != nullptr) s = layer.mapper->Map(s);
+        return s;
+      }, out);
+    case SampleKind::kElevationColour:
+      return SampleWith(layer, lat, lon, [&layer](const Tile& t, int64_t c, int64_t r) {
+        return layer.palette->Colour(TileSampler::RawElevationAt(t, c, r), t.signed_elevation);
+      }, out);
+    case SampleKind::kElevationData: {
+      SampledColour s{0, 0, 0, 0};
+      const bool found = layer.sampler->SampleNearest(lat, lon, [&layer](const Tile& t, int64_t c, int64_t r) {
+        const uint16_t raw = TileSampler::RawElevationAt(t, c, r);
+        if (t.signed_elevation && raw == 0x8000) return SampledColour{0, 0, 0, 0};
+        SampledColour data{static_cast<uint8_t>(raw >> 8), static_cast<uint8_t>(raw & 0xff), 0, 255};
+        if (layer.has_key && WithinKey(layer, data)) data.a = 0;
+        return data;
+      }, s);
+      out = s;
+      return found;
+    }
+  }
+  return false;
 }
 
 // Samples one layer along a row and writes it into the row's pixels.
-// kPlainCopy: an opaque layer of alpha 1 without a transparent colour,
-// whose samples without alpha are copied as they are.
-template <bool kPlainCopy>
+// kPlainSample: the image's nearest pixel as it is (the common case);
+// kPlainCopy: besides, an opaque layer of alpha 1 without a transparent
+// colour, whose samples without alpha are copied as they are.
+template <bool kPlainSample, bool kPlainCopy>
 void SampleRow(const PassLayer& layer, const RowCoordinates& row, int64_t count, uint8_t* pixel) {
   const TileSampler& sampler = *layer.sampler;
   for (int64_t i = 0; i < count; ++i, pixel += 3) {
     if (!row.ok[i]) continue;
     SampledColour c;
-    if (!sampler.Sample(row.lat[i], row.lon[i], c)) continue;
+    if (!(kPlainSample ? sampler.Sample(row.lat[i], row.lon[i], c) : SampleLayer(layer, row.lat[i], row.lon[i], c))) {
+      continue;
+    }
+    if (c.a == 0) continue;
     if (kPlainCopy && c.a == 255) {
       pixel[0] = c.r;
       pixel[1] = c.g;
@@ -45,7 +99,6 @@ void SampleRow(const PassLayer& layer, const RowCoordinates& row, int64_t count,
     }
     const double alpha = c.a == 255 ? layer.alpha : layer.alpha * (c.a / 255.0);
     if (alpha == 0.0) continue;
-    if (layer.has_trans_colour && IsTransparentColour(layer, c)) continue;
     BlendPixelOfKind(layer.kind, pixel, c.r, c.g, c.b, alpha);
   }
 }
@@ -61,12 +114,17 @@ void RunPass(DrawSurface& surface, std::span<const PassLayer> layers, RowCoordin
     const int64_t count = row.last - row.first + 1;
     uint8_t* pixels = surface.PixelAt(row.first, y);
     for (const PassLayer& layer : layers) {
-      const bool plain = (layer.kind == kTransOpaque || layer.kind == kTransColourOpaque) &&
-                         layer.alpha == 1.0 && !layer.has_trans_colour;
-      if (plain) {
-        SampleRow<true>(layer, row, count, pixels);
+      const bool plain_sample = layer.sample == SampleKind::kColour && !layer.bilinear;
+      const bool plain_copy = (layer.kind == kTransOpaque || layer.kind == kTransColourOpaque) &&
+                              layer.alpha == 1.0 && !layer.has_key;
+      if (plain_sample && plain_copy) {
+        SampleRow<true, true>(layer, row, count, pixels);
+      } else if (plain_sample) {
+        SampleRow<true, false>(layer, row, count, pixels);
+      } else if (plain_copy) {
+        SampleRow<false, true>(layer, row, count, pixels);
       } else {
-        SampleRow<false>(layer, row, count, pixels);
+        SampleRow<false, false>(layer, row, count, pixels);
       }
     }
   }
@@ -74,21 +132,33 @@ void RunPass(DrawSurface& surface, std::span<const PassLayer> layers, RowCoordin
 
 }  // namespace
 
-ImageLayerInput ImageLayerInputOf(const Layer& layer, std::span<const ImageTileRef> tiles) {
+ImageLayerInput ImageLayerInputOf(const Layer& layer, std::span<const ImageTileRef> tiles,
+                                  bool map_anti_aliasing) {
   ImageLayerInput in;
+  const LayerRecord& r = layer.record;
   in.name = layer.name;
-  in.trans_type = layer.record.trans_type;
-  in.alpha = layer.record.drawing.alpha;
-  in.trans_color = layer.record.trans_color;
-  in.trans_color_precision = layer.record.trans_color_precision;
+  in.trans_type = r.trans_type;
+  in.alpha = r.drawing.alpha;
+  in.trans_color = r.trans_color;
+  in.trans_color_precision = r.trans_color_precision;
   in.tiles = tiles;
+  in.bilinear = map_anti_aliasing && r.tiles.image_anti_aliasing != 0;
+  in.elevation_mode = r.tiles.elevation_mode;
+  // The last pixel map given wins.
+  for (const AttributeMap& map : r.attributes.pixel_maps) {
+    if (!map.failed && !map.thresholds.empty()) in.pixel_map = &map.thresholds;
+  }
   return in;
 }
 
 void DrawImageLayers(DrawSurface& surface, ImagePassScratch& scratch,
                      std::span<const ImageLayerInput> layers) {
   if (surface.location_query() || surface.clip().empty()) return;
-  if (scratch.samplers.size() < layers.size()) scratch.samplers.resize(layers.size());
+  if (scratch.samplers.size() < layers.size()) {
+    scratch.samplers.resize(layers.size());
+    scratch.palettes.resize(layers.size());
+    scratch.pixel_maps.resize(layers.size());
+  }
   std::vector<PassLayer> pass;
   pass.reserve(layers.size());
   for (size_t i = 0; i < layers.size(); ++i) {
@@ -97,14 +167,35 @@ void DrawImageLayers(DrawSurface& surface, ImagePassScratch& scratch,
       ReportUnknownTransType(in.trans_type);
       continue;
     }
+    const bool elevation = in.elevation_mode == kElevationColour || in.elevation_mode == kElevationDataAsColour;
+    if (in.elevation_mode != kElevationNone && !elevation) continue;  // data only: nothing to draw
     TileSampler& sampler = scratch.samplers[i];
-    if (sampler.Build(in.tiles, TileSampler::Kind::kColour) > 0) {
+    if (sampler.Build(in.tiles, elevation ? TileSampler::Kind::kElevation : TileSampler::Kind::kColour) > 0) {
       Report(kError, "Skipping image tiles with errors", in.name);
     }
     if (sampler.empty() || in.alpha == 0.0) continue;
-    PassLayer layer{&sampler, in.trans_type, in.alpha, in.trans_type == kTransColourOpaque,
+    PassLayer layer{&sampler, in.trans_type, in.alpha, SampleKind::kColour, in.bilinear,
+                    in.trans_type == kTransColourOpaque,
                     {in.trans_color.red, in.trans_color.green, in.trans_color.blue},
-                    in.trans_color_precision * 255.0};
+                    in.trans_color_precision * 255.0, nullptr, nullptr};
+    const bool colour_map = in.pixel_map != nullptr && !in.pixel_map->empty() &&
+                            in.pixel_map->front().input.type == ValueType::kGeo;
+    if (in.elevation_mode == kElevationDataAsColour) {
+      layer.sample = SampleKind::kElevationData;
+      layer.bilinear = false;
+    } else if (elevation) {
+      layer.sample = SampleKind::kElevationColour;
+      const bool elevation_map = in.pixel_map != nullptr && !in.pixel_map->empty() &&
+                                 in.pixel_map->front().input.type == ValueType::kDouble;
+      scratch.palettes[i].Build(elevation_map ? in.pixel_map : nullptr, layer.has_key, layer.key, layer.tolerance);
+      layer.palette = &scratch.palettes[i];
+    } else if (layer.has_key || colour_map) {
+      layer.sample = SampleKind::kStyledColour;
+      if (colour_map) {
+        scratch.pixel_maps[i].Build(*in.pixel_map);
+        layer.mapper = &scratch.pixel_maps[i];
+      }
+    }
     pass.push_back(layer);
   }
   if (pass.empty()) return;

@@ -4,11 +4,22 @@
 // off the map are skipped, and the layers are sampled at that point in
 // order, each written through its transparency kind.
 //
-// Per sample, the colour's alpha is the layer's Alpha, times the sample's
-// own alpha / 255 for images with alpha. With kind 5 a sample within
+// A layer's samples: the colour of its image, or of its elevations
+// (raster_style.h: ElevationMode COLOR and DATA AS COLOR), recoloured by its
+// pixel map when it has one. With kind 5 a source pixel whose colour (as it
+// is about to be drawn: after elevation colouring and pixel map) lies within
 // TransColorPrecision of TransColor on every channel is transparent; the
 // precision is on the scale of colour parameters (0..1 of the full channel
 // range), so 0 means an exact match.
+//
+// Sampling is nearest-pixel, or bilinear (tile_sampler.h) when both the
+// map's and the layer's ImageAntiAliasing are on (the map's is off unless the
+// request turns it on, the layer's on unless its file turns it off); DATA
+// AS COLOR layers are never interpolated. Transparent source pixels lend no
+// colour to the interpolation.
+//
+// The colour's alpha is the layer's Alpha, times the sample's own alpha /
+// 255 for images with alpha.
 #pragma once
 
 #include <cstddef>
@@ -19,6 +30,7 @@
 
 #include "map_server/dataset/layer.h"
 #include "map_server/rendering/draw_surface.h"
+#include "map_server/rendering/raster_style.h"
 #include "map_server/rendering/row_coordinates.h"
 #include "map_server/rendering/tile_sampler.h"
 
@@ -32,13 +44,20 @@ struct ImageLayerInput {
   Rgb trans_color;  // 0..255
   double trans_color_precision = 0.0;
   std::span<const ImageTileRef> tiles;
+  bool bilinear = false;
+  int32_t elevation_mode = 0;  // ElevationMode: 0 colour tiles, 2 or 3 elevation tiles
+  const ThresholdTable* pixel_map = nullptr;  // the layer's "PIXEL MAP=", when given
 };
-ImageLayerInput ImageLayerInputOf(const Layer& layer, std::span<const ImageTileRef> tiles);
+// `map_anti_aliasing`: the map's ImageAntiAliasing.
+ImageLayerInput ImageLayerInputOf(const Layer& layer, std::span<const ImageTileRef> tiles,
+                                  bool map_anti_aliasing = false);
 
-// Samplers and row coordinates of a pass, reused from pass to pass (owned
-// by the renderer).
+// Samplers, colour tables and row coordinates of a pass, reused from pass
+// to pass (owned by the renderer); a sampler and colour tables per layer.
 struct ImagePassScratch {
   std::vector<TileSampler> samplers;
+  std::vector<ElevationPalette> palettes;
+  std::vector<PixelMapper> pixel_maps;
   RowCoordinates row;
 };
 

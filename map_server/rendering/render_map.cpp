@@ -145,7 +145,7 @@ class LayerLoop {
       std::vector<ImageTileRef>& refs = tile_refs_[k];
       refs.clear();
       for (const auto& tile : active.tiles) refs.push_back({&tile->image, BoxOf(tile->bounds), !tile->Good()});
-      inputs.push_back(ImageLayerInputOf(*active.layer, refs));
+      inputs.push_back(ImageLayerInputOf(*active.layer, refs, map_.record.image_anti_aliasing != 0));
       Drawn(active);
     }
     renderer_.DrawImageLayers(surface_, inputs);
@@ -156,7 +156,7 @@ class LayerLoop {
     switch (layer.record.layer_type) {
       case kLayerGrid: {
         RenderTimer timer(kGridLayerTime);
-        DrawGridLayer(surface_, layer);
+        renderer_.DrawGridLayer(surface_, layer);
         break;
       }
       case kLayerVector: {

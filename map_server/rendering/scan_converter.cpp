@@ -26,7 +26,7 @@ void AddEdge(std::vector<PolygonEdge>& edges, const PixelVertex& a, const PixelV
   if (y_high <= row_min || y_low > row_max) return;
   const double slope = (hi.x - lo.x) / (hi.y - lo.y);
   const double x_low = lo.x + (static_cast<double>(y_low) - lo.y) * slope;
-  edges.push_back({y_low, y_high, x_low, slope, x_low});
+  edges.push_back({y_low, y_high, x_low, slope, x_low, a.y < b.y ? 1 : -1});
 }
 
 void ReportRunaway(int64_t iteration) {
@@ -69,6 +69,9 @@ void MergeJoined(std::vector<PolygonEdge>& active, size_t joined, std::vector<Po
   }
 }
 
+// The first pixel column whose centre is at or right of x.
+int64_t CentreColumn(double x) { return TruncToInt64(std::ceil(x)); }
+
 }  // namespace
 
 // A bucket sort over the rows the edges begin on: an edge that begins
@@ -96,7 +99,7 @@ int64_t SpanColumn(double x, double slope) {
 }
 
 bool FillPolygons(DrawSurface& surface, EdgeTables& tables, const PixelRings& rings,
-                  const PixelColour& colour) {
+                  const PixelColour& colour, FillMode mode) {
   tables.last_scanlines_ = 0;
   const bool query = surface.location_query();
   const PixelRect& area = surface.active_rect();
@@ -164,9 +167,27 @@ bool FillPolygons(DrawSurface& surface, EdgeTables& tables, const PixelRings& ri
     // drops an edge on the scanline it joins).
     SortByX(active, active.size() - joined);
     if (joined > 0) MergeJoined(active, joined, tables.joining_);
-    for (size_t i = 0; i + 1 < active.size(); i += 2) {
-      const int64_t x1 = SpanColumn(active[i].x, active[i].slope);
-      const int64_t x2 = SpanColumn(active[i + 1].x, active[i + 1].slope);
+    // Spans of the scanline: even-odd pairs, or the stretches of nonzero
+    // winding in the stroke mode.
+    int32_t winding = 0;
+    double span_start = 0.0;
+    for (size_t i = 0; i < active.size(); ++i) {
+      int64_t x1, x2;
+      if (mode == FillMode::kPolygon) {
+        if (i + 1 >= active.size()) break;
+        x1 = SpanColumn(active[i].x, active[i].slope);
+        x2 = SpanColumn(active[i + 1].x, active[i + 1].slope);
+        ++i;
+      } else {
+        const int32_t before = winding;
+        winding += active[i].winding;
+        if (before == 0) span_start = active[i].x;
+        if (before == 0 || winding != 0) continue;
+        x1 = CentreColumn(span_start);
+        x2 = CentreColumn(active[i].x);
+        if (x2 > std::numeric_limits<int64_t>::min()) --x2;
+        if (x1 > x2) continue;
+      }
       if (query) {
         if (x1 <= area.max_x && x2 >= area.min_x) {
           tables.last_scanlines_ = iterations;

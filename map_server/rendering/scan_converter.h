@@ -11,6 +11,13 @@
 // its x rounded half away from zero, one with a negative slope has it
 // truncated toward zero. Both end columns are drawn.
 //
+// Strokes (thick lines, marker symbols) are filled in the stroke mode: the
+// nonzero winding rule, so that the overlapping pieces a stroke is built of
+// (one quad a segment, wedges at the joins, discs at the caps, all wound the
+// same way) make one shape, and pixel-centre coverage on both axes: column c
+// is drawn when x_left <= c < x_right. The spans of a scanline then never
+// share a pixel, so every pixel of a stroke is written once.
+//
 // Only the scanlines that can show are processed: those of the clip (the
 // search box in a location query); stretches without active edges are
 // jumped. The scanlines so processed count against VmpIterationMax, so the
@@ -34,6 +41,12 @@ struct PolygonEdge {
   double x_low;    // x at y_low
   double slope;    // dx/dy
   double x;        // x at the current scanline
+  int32_t winding; // +1 for an edge running down the image in ring order, -1 up
+};
+
+enum class FillMode {
+  kPolygon,  // even-odd pairs, the span-end rounding of polygons
+  kStroke,   // nonzero winding, pixel centres (strokes and symbols)
 };
 
 // The global edge table and the active edge list. Owned process-wide by the
@@ -48,7 +61,8 @@ class EdgeTables {
   int64_t last_scanlines() const { return last_scanlines_; }
 
  private:
-  friend bool FillPolygons(DrawSurface&, EdgeTables&, const PixelRings&, const PixelColour&);
+  friend bool FillPolygons(DrawSurface&, EdgeTables&, const PixelRings&, const PixelColour&,
+                           FillMode);
   // Moves the built edges into the edge table ordered by first scanline.
   void SortByFirstRow(const PixelRect& area);
 
@@ -69,6 +83,6 @@ int64_t SpanColumn(double x, double slope);
 // because it took more than VmpIterationMax scanlines (three messages,
 // severity 1); the caller goes on with the next polygon.
 bool FillPolygons(DrawSurface& surface, EdgeTables& tables, const PixelRings& rings,
-                  const PixelColour& colour);
+                  const PixelColour& colour, FillMode mode = FillMode::kPolygon);
 
 }  // namespace vmp

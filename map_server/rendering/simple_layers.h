@@ -1,6 +1,6 @@
-// Layers drawn without tiles: backgrounds and globe outlines; the layer
-// kind check of the layer loop; the tile-bounds drawing of diagnostic code
-// 1001.
+// Layers drawn without tiles: backgrounds and globe outlines with their
+// halo; the layer kind check of the layer loop; the tile-bounds drawing of
+// diagnostic code 1001.
 #pragma once
 
 #include <cstdint>
@@ -23,22 +23,34 @@ void DrawBackground(DrawSurface& surface, const PixelColour& colour);
 // A background layer: its FillColor, Alpha and transparency kind.
 void DrawBackgroundLayer(DrawSurface& surface, const Layer& layer);
 
-// The outline of the map: for each row of the visible rectangle the first
-// and last pixel whose pixel-to-lat/lon conversion succeeds, drawn only
-// where the map really ends there (the pixel beyond fails too), and joined
-// to the previous row's ends so that the outline has no gaps; the first and
-// last rows of the map are drawn whole. In the orthographic projection this
-// is the edge of the globe. Each end is estimated from the projection and
-// refined pixel by pixel; when the refinement does not settle within a few
-// pixels, "Outline pixel convergence error" is reported (severity 0, once a
-// layer) and the row is left out.
-void DrawOutline(DrawSurface& surface, const PixelColour& colour);
-// An outline layer: its EdgeColor, Alpha and transparency kind.
-void DrawOutlineLayer(DrawSurface& surface, const Layer& layer);
+// The outline of the map, `width` pixels wide, drawn inside the map along
+// its edge: for each row the first and last pixel whose pixel-to-lat/lon
+// conversion succeeds are found (estimated from the projection, refined
+// pixel by pixel), and every map pixel with a pixel off the map within
+// `width` pixels (Euclidean distance of pixel centres) is drawn, once. A
+// width of 1 draws the map pixels with an off-map neighbour left, right,
+// above or below. Where the map runs on beyond the image's sides nothing is
+// drawn there. In the orthographic projection this is the edge of the
+// globe. When the refinement does not settle within a few pixels, "Outline
+// pixel convergence error" is reported (severity 0, once a call) and the row
+// is taken as off the map.
+void DrawOutline(DrawSurface& surface, const PixelColour& colour, int64_t width = 1);
+
+// The halo of the globe (orthographic projection only): the pixels off the
+// globe out to `length` times the globe's radius beyond its edge, in the
+// colour with an alpha falling from the colour's at the edge to 0 at the
+// halo's end ((1 - t)^2 for t from 0 to 1).
+void DrawGlobeHalo(DrawSurface& surface, const PixelColour& colour, double length);
+
+// An outline layer: its EdgeColor, LineWidth, Alpha and transparency kind;
+// with GradientType AROUND_GLOBE (1) first the halo in its gradient colour
+// (EdgeColor when it has none) over GradientLength radii. Zoom-driven
+// attribute maps apply (feature_style.h).
+void DrawOutlineLayer(DrawSurface& surface, Layer& layer);
 
 // The bounds of tiles as lat/lon rectangles (edges followed in small steps,
-// so they bend with the projection), in red: the drawing of diagnostic
-// code 1001.
+// so they bend with the projection), 1-pixel lines in red: the drawing of
+// diagnostic code 1001.
 void DrawTileBounds(DrawSurface& surface, std::span<const Box> bounds);
 
 }  // namespace vmp

@@ -53,6 +53,8 @@ size_t TileSampler::Build(std::span<const ImageTileRef> tiles, Kind kind) {
     t.width = image->width;
     t.height = image->height;
     t.first_row = image->first_row;
+    const int64_t scale_rows = image->scale > 1 ? image->scale : 1;
+    t.full_height = std::max(image->height, (image->SourceHeight() + scale_rows - 1) / scale_rows);
     // A reduced decoding keeps the file's pixel grid: pixel i covers the
     // file's pixels i * scale onwards.
     const double scale = image->scale > 1 ? image->scale : 1.0;

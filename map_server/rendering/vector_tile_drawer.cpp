@@ -3,7 +3,8 @@
 #include <algorithm>
 
 #include "map_server/geometry/conversions.h"
-#include "map_server/rendering/basic_symbols.h"
+#include "map_server/layers/layer_prepare.h"
+#include "map_server/rendering/markers.h"
 #include "map_server/rendering/pixel_writer.h"
 #include "map_server/rendering/view_region.h"
 #include "map_server/text/label_layout.h"
@@ -16,8 +17,6 @@ namespace {
 
 // Half-size of the square a marker is view-tested with, in map pixel sizes.
 constexpr double kMarkerTestHalfSize = 20.0;
-constexpr int kFillBit = 2;
-constexpr int kEdgeBit = 1;
 
 bool HasConditions(const AttrConditionList* list) { return list != nullptr && !list->empty(); }
 
@@ -36,13 +35,32 @@ class TileDrawer {
         labels_(labels),
         geometry_(surface.geometry()),
         view_(surface.geometry(), surface.active_rect()),
-        style_(VectorStyleOf(layer.record)),
+        style_(LayerStyle(layer.record)),
+        view_test_(layer.record.clip != 0),
         query_(surface.location_query()) {
     context_.data = &data;
     context_.layer_name = layer.name;
     context_.layer = &layer.record.attributes;
     context_.vector_layer = true;
     context_.zoom = geometry_.zoom;
+    scratch_.bindings.Bind(layer.record.attributes, layer.name);
+    const StyleBindings& b = scratch_.bindings;
+    if (b.Drives(StyleResource::kMinZoom) || b.Drives(StyleResource::kMaxZoom)) zoom_scale_ = LayerZoomScale(layer);
+    // How far (pixels) lines and markers may reach beyond a feature's
+    // position; the view test widens feature boxes by it.
+    constexpr double kDrivenReach = 256.0;
+    line_reach_ = b.Drives(StyleResource::kLineWidth) ? kDrivenReach : std::max(style_.line_width, 1.0);
+    const MarkerStyle& m = style_.marker;
+    marker_reach_ = std::max(kMarkerTestHalfSize, m.size / 2 + std::max(m.margin, 0.0) + 1.0);
+    if (m.type & kMarkerCustomIcon) {
+      if (const LoadedImage* icon = scratch_.icons.Get(layer.record.lif_dir, style_.icon_name)) {
+        marker_reach_ = std::max(marker_reach_, static_cast<double>(std::max(icon->width, icon->height)) / 2 +
+                                                    std::max(m.margin, 0.0) + 1.0);
+      }
+    }
+    if (b.Drives(StyleResource::kMarkerSize) || b.Drives(StyleResource::kMarkerIconFile)) {
+      marker_reach_ = std::max(marker_reach_, kDrivenReach);
+    }
   }
 
   void Run() {
@@ -78,7 +96,7 @@ class TileDrawer {
   // The view shifts for a box; 0 when the feature is to be skipped.
   int ViewShifts(const Box& box, double shifts[3]) const {
     const int count = view_.Shifts(box, shifts);
-    if (count > 0 || query_ || style_.view_test) return count;
+    if (count > 0 || query_ || view_test_) return count;
     shifts[0] = 0.0;  // no view testing: drawn where it falls
     return 1;
   }
@@ -100,6 +118,55 @@ class TileDrawer {
     return next;
   }
 
+  bool TooSmall(double extent, double min_pixel_size) const {
+    return min_pixel_size != 0.0 && extent < min_pixel_size * geometry_.pixel_size;
+  }
+
+  // The style of the feature that Passes() was last called with: the
+  // layer's, or changed by the attribute maps. Null when the feature's zoom
+  // range leaves it out.
+  const FeatureStyle* StyleOfFeature() {
+    if (scratch_.bindings.empty()) return &style_;
+    feature_style_ = style_;
+    scratch_.bindings.Apply(context_, feature_style_);
+    if (!InZoomRange(feature_style_, geometry_.zoom, zoom_scale_)) return nullptr;
+    return &feature_style_;
+  }
+
+  // Splits the group into closed rings and open polylines.
+  void SplitGroup() {
+    scratch_.closed.clear();
+    scratch_.open.clear();
+    for (const PolygonFeature* p : scratch_.group) (IsClosedRing(*p) ? scratch_.closed : scratch_.open).push_back(p);
+  }
+
+  // Fills and strokes (or hit-tests) the group under one longitude shift.
+  // Returns the projected rings that stand for the group (for labels): its
+  // closed rings, or its polylines when it has no closed ring.
+  const PixelRings& DrawShifted(const FeatureStyle& style, double shift) {
+    const bool all_closed = scratch_.open.empty();
+    PixelRings& rings = scratch_.rings;
+    rings.Clear();
+    if (!scratch_.closed.empty()) {
+      scratch_.projector.Project(geometry_, all_closed ? std::span<const PolygonFeature* const>(scratch_.group)
+                                                       : std::span<const PolygonFeature* const>(scratch_.closed),
+                                 shift, rings);
+      if (style.fill || query_) FillPolygons(surface_, scratch_.edges, rings, style.fill_colour);
+      if (query_ && surface_.hit()) return rings;
+    }
+    const bool edges = style.edges && !scratch_.closed.empty();
+    if (!edges && all_closed) return rings;
+    LineStroker& stroker = scratch_.stroker;
+    stroker.Begin(surface_.active_rect(), style.line_width);
+    if (edges) stroker.AddRingEdges(rings);
+    if (!all_closed) {
+      scratch_.projector.Project(geometry_, scratch_.open, shift, scratch_.line_rings);
+      stroker.AddRingEdges(scratch_.line_rings);
+    }
+    stroker.Fill(surface_, scratch_.edges, style.edge_colour);
+    return scratch_.closed.empty() ? scratch_.line_rings : rings;
+  }
+
   size_t DrawGroup(size_t first) {
     const size_t next = CollectGroup(first);
     const auto& group = scratch_.group;
@@ -117,27 +184,35 @@ class TileDrawer {
     }
     if (points == 0) return next;
 
+    const double reach = line_reach_ * geometry_.pixel_size;
+    const Box widened{box.min_lon - reach, box.max_lon + reach, box.min_lat - reach, box.max_lat + reach};
     double shifts[3];
-    const int shift_count = ViewShifts(box, shifts);
+    const int shift_count = ViewShifts(widened, shifts);
     if (shift_count == 0) {
       if (!query_) ++stats_.clipped;
       return next;
     }
     const double extent = std::max(box.max_lon - box.min_lon, box.max_lat - box.min_lat);
-    if (style_.min_pixel_size != 0.0 && extent < style_.min_pixel_size * geometry_.pixel_size) {
+    const bool late_cull = scratch_.bindings.Drives(StyleResource::kMinPixelSize);
+    if (!late_cull && TooSmall(extent, style_.min_pixel_size)) {
       if (!query_) ++stats_.culled_small;
       return next;
     }
     if (!Passes(*group.front())) return next;
+    const FeatureStyle* style = StyleOfFeature();
+    if (style == nullptr) return next;
+    if (late_cull && TooSmall(extent, style->min_pixel_size)) {
+      if (!query_) ++stats_.culled_small;
+      return next;
+    }
+    SplitGroup();
 
     if (query_) {
       const bool earlier_hit = surface_.hit();
       surface_.set_hit(false);
       for (int s = 0; s < shift_count && !surface_.hit(); ++s) {
-        scratch_.projector.Project(geometry_, group, shifts[s], scratch_.rings);
-        FillPolygons(surface_, scratch_.edges, scratch_.rings, style_.fill_colour);
-        if (!surface_.hit() && style_.edges) DrawRingEdges(surface_, scratch_.rings, style_.edge_colour);
-        if (labels_ != nullptr) labels_->AddPolygon(data_, first, *group.front(), scratch_.rings, shifts[s]);
+        const PixelRings& rings = DrawShifted(*style, shifts[s]);
+        if (labels_ != nullptr) labels_->AddPolygon(data_, first, *group.front(), rings, shifts[s]);
       }
       if (surface_.hit() && hits_ != nullptr) hits_->push_back(first);
       surface_.set_hit(earlier_hit || surface_.hit());
@@ -145,10 +220,8 @@ class TileDrawer {
     }
 
     for (int s = 0; s < shift_count; ++s) {
-      scratch_.projector.Project(geometry_, group, shifts[s], scratch_.rings);
-      if (style_.fill) FillPolygons(surface_, scratch_.edges, scratch_.rings, style_.fill_colour);
-      if (style_.edges) DrawRingEdges(surface_, scratch_.rings, style_.edge_colour);
-      if (labels_ != nullptr) labels_->AddPolygon(data_, first, *group.front(), scratch_.rings, shifts[s]);
+      const PixelRings& rings = DrawShifted(*style, shifts[s]);
+      if (labels_ != nullptr) labels_->AddPolygon(data_, first, *group.front(), rings, shifts[s]);
     }
     ++stats_.polygons;
     stats_.points += points;
@@ -157,17 +230,21 @@ class TileDrawer {
   }
 
   void DrawMarker(size_t index, const MarkerFeature& marker) {
-    const double half = kMarkerTestHalfSize * geometry_.pixel_size;
+    const double half = marker_reach_ * geometry_.pixel_size;
     const Box box{marker.x - half, marker.x + half, marker.y - half, marker.y + half};
     double shifts[3];
     const int shift_count = ViewShifts(box, shifts);
     if (shift_count == 0 || !Passes(marker)) return;
+    const FeatureStyle* style = StyleOfFeature();
+    if (style == nullptr) return;
+    MarkerStyle symbol = style->marker;
+    if (symbol.type & kMarkerCustomIcon) symbol.icon = scratch_.icons.Get(layer_.record.lif_dir, style->icon_name);
     const bool earlier_hit = surface_.hit();
     if (query_) surface_.set_hit(false);
     for (int s = 0; s < shift_count; ++s) {
       const PixelPoint p = LatLonToPixel(geometry_, marker.y, marker.x + shifts[s]);
       if (!(p.z >= 0.0)) continue;  // far side of the globe, or outside the world
-      DrawMarkerSquare(surface_, p.x, p.y, style_.marker_size, style_.marker_colour);
+      scratch_.markers.Draw(surface_, scratch_.edges, p.x, p.y, symbol);
       if (labels_ != nullptr) labels_->AddMarker(data_, index, marker, p.x, p.y);
     }
     if (query_) {
@@ -188,7 +265,12 @@ class TileDrawer {
   LabelCollector* labels_;
   const MapGeometry& geometry_;
   const ViewRegion view_;
-  const VectorLayerStyle style_;
+  const FeatureStyle style_;
+  FeatureStyle feature_style_;
+  const bool view_test_;
+  double zoom_scale_ = 1.0;
+  double line_reach_ = 1.0;
+  double marker_reach_ = kMarkerTestHalfSize;
   const bool query_;
   FeatureContext context_;
 };
@@ -215,18 +297,9 @@ void ReportVectorStats(const VectorDrawStats& stats) {
   ReportNumber(kInfo, "Num markers", static_cast<double>(stats.markers));
 }
 
-VectorLayerStyle VectorStyleOf(const LayerRecord& record) {
-  const DrawingAttributes& d = record.drawing;
-  VectorLayerStyle style;
-  style.view_test = record.clip != 0;
-  style.min_pixel_size = d.min_pixel_size;
-  style.fill = (d.fill_type & kFillBit) != 0;
-  style.edges = (d.fill_type & kEdgeBit) != 0;
-  style.fill_colour = MakePixelColour(d.fill_color, d.alpha, record.trans_type);
-  style.edge_colour = MakePixelColour(d.edge_color, d.alpha, record.trans_type);
-  style.marker_colour = MakePixelColour(d.marker_fill_color, d.alpha, record.trans_type);
-  style.marker_size = d.marker_size;
-  return style;
+bool IsClosedRing(const PolygonFeature& polygon) {
+  const auto& p = polygon.points;
+  return p.size() >= 3 && p.front().x == p.back().x && p.front().y == p.back().y;
 }
 
 bool DrawVectorTile(DrawSurface& surface, VectorScratch& scratch, Layer& layer,

@@ -6,12 +6,22 @@
 // Per feature: the view test (layers with Clip on; in a location query
 // always, against the search box), MinPixelSize culling of polygon groups,
 // the layer's attribute conditions and then an override's include and
-// exclude lists (evaluated on the group's first polygon), then drawing:
-// fills through FillPolygons when the layer's FillType has the fill bit (2),
-// 1-pixel edges when it has the edge bit (1), markers as filled squares of
-// MarkerSize in MarkerFillColor. In a location query nothing is drawn: a
-// group is hit when its fill (whatever the FillType) or, for edge layers,
-// one of its edges touches the search box; a marker when its square does.
+// exclude lists (evaluated on the group's first polygon), the style of the
+// feature (the layer's, changed by its attribute maps; feature_style.h) with
+// its zoom range, then drawing.
+//
+// Polygons and polylines: a ring whose last point repeats its first (with
+// at least three points) is closed, any other ring is an open polyline
+// (shapefile arcs). Closed rings are filled through FillPolygons when the
+// FillType has the fill bit (2) and their edges stroked when it has the edge
+// bit (1); open rings are never filled, always stroked. Edges and polylines
+// are LineWidth pixels wide in EdgeColor, with round joins and caps, each
+// group's edges as one shape (line_stroker.h). Markers are drawn by
+// markers.h with the marker settings.
+//
+// In a location query nothing is drawn: a group is hit when the fill of its
+// closed rings (whatever the FillType) or its stroked lines touch the search
+// box; a marker when its footprint does.
 #pragma once
 
 #include <cstddef>
@@ -20,6 +30,9 @@
 
 #include "map_server/dataset/layer.h"
 #include "map_server/rendering/draw_surface.h"
+#include "map_server/rendering/feature_style.h"
+#include "map_server/rendering/icon_cache.h"
+#include "map_server/rendering/line_stroker.h"
 #include "map_server/rendering/pixel_colour.h"
 #include "map_server/rendering/pixel_rings.h"
 #include "map_server/rendering/ring_projection.h"
@@ -55,26 +68,24 @@ struct OverrideConditions {
   const AttrConditionList* exclude = nullptr;
 };
 
-// A layer's drawing settings, read from its record once per layer.
-struct VectorLayerStyle {
-  bool view_test = true;
-  double min_pixel_size = 0.0;
-  bool fill = false;
-  bool edges = true;
-  PixelColour fill_colour;
-  PixelColour edge_colour;
-  PixelColour marker_colour;
-  int64_t marker_size = 5;
-};
-VectorLayerStyle VectorStyleOf(const LayerRecord& record);
-
 // Arrays the vector drawer reuses from tile to tile (owned by the renderer).
 struct VectorScratch {
   EdgeTables edges;
-  PixelRings rings;
+  PixelRings rings;       // closed rings of a group
+  PixelRings line_rings;  // open rings of a group
   RingProjector projector;
+  LineStroker stroker;
+  MarkerShapes markers;
+  StyleBindings bindings;
+  IconCache icons;
   std::vector<const PolygonFeature*> group;
+  std::vector<const PolygonFeature*> closed;
+  std::vector<const PolygonFeature*> open;
 };
+
+// Whether a polygon's ring is closed (at least three points, the last equal
+// to the first); an open one is a polyline.
+bool IsClosedRing(const PolygonFeature& polygon);
 
 // Draws the features of `data` for `layer`. Returns false only when the
 // layer cannot be drawn at all (an unknown transparency kind, reported

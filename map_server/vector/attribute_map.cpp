@@ -172,8 +172,11 @@ bool AddAttributeMap(LayerAttributes& layer, AttributeMapFields fields, bool pix
                   layer_name);
       return false;
     }
-    if (first.input.type != ValueType::kGeo || first.output.type != ValueType::kGeo) {
-      ReportError("Pixel map thresholds must map colours to colours", fields.threshold_file);
+    // Colours of colour images, or elevations of elevation images, to colours.
+    if ((first.input.type != ValueType::kGeo && first.input.type != ValueType::kDouble) ||
+        first.output.type != ValueType::kGeo) {
+      ReportError("Pixel map thresholds must map colours or elevations to colours",
+                  fields.threshold_file);
       return false;
     }
     map.resource_name = fields.resource_name;
@@ -246,7 +249,14 @@ const Threshold* SelectThreshold(const ThresholdTable& table, const TypedValue& 
 }
 
 bool ApplyAttributeMap(AttributeMap& map, const FeatureContext& context, TypedValue* out) {
-  if (map.failed || map.thresholds.empty()) return false;
+  const Threshold* chosen = ChooseAttributeMapEntry(map, context);
+  if (chosen == nullptr) return false;
+  *out = chosen->output;
+  return true;
+}
+
+const Threshold* ChooseAttributeMapEntry(AttributeMap& map, const FeatureContext& context) {
+  if (map.failed || map.thresholds.empty()) return nullptr;
   TypedValue special;
   const TypedValue* input = nullptr;
   const bool relative = map.mode == ThresholdMode::kRelative;
@@ -255,7 +265,7 @@ bool ApplyAttributeMap(AttributeMap& map, const FeatureContext& context, TypedVa
       ReportError("Only absolute attribute maps are supported for non-vector layers.",
                   context.layer_name);
       map.failed = true;
-      return false;
+      return nullptr;
     }
     double value = 0.0;
     if (map.input == kMapInputZoom) {
@@ -276,24 +286,22 @@ bool ApplyAttributeMap(AttributeMap& map, const FeatureContext& context, TypedVa
       ReportError("Only zoom-based attribute maps are supported for non-vector layers.",
                   context.layer_name);
       map.failed = true;
-      return false;
+      return nullptr;
     }
     const Attribute* attribute = GetFeatureAttribute(context, map.input, true, false);
-    if (attribute == nullptr) return false;
+    if (attribute == nullptr) return nullptr;
     input = &attribute->value;
   }
   if (map.thresholds.front().input.type != input->type) {
     ReportAttrConditionMessage("Threshold input type does not match type of attribute!",
                                context.layer_name);
-    return false;
+    return nullptr;
   }
   const Threshold* chosen = SelectThreshold(map.thresholds, *input);
   if (chosen == nullptr) {
     ReportAttrConditionMessage("Invalid threshold input attribute type.", context.layer_name);
-    return false;
   }
-  *out = chosen->output;
-  return true;
+  return chosen;
 }
 
 const Attribute* LookupCustomAttribute(const FeatureContext& context, int64_t index,

@@ -49,8 +49,9 @@
 // cannot work on its layer at all is reported once and skipped from then on.
 //
 // Pixel map ("PIXEL MAP= PixelColor resource thresholds ABS", image layers):
-// maps an image pixel's colour (G input) to a new colour; the image renderer
-// applies it with SelectThreshold.
+// maps an image pixel's colour (G input, 0..1 a channel) to a new colour, or
+// for elevation layers the elevation (D input) to a colour; the image
+// renderer applies it with SelectThreshold.
 #pragma once
 
 #include <cstdint>
@@ -145,6 +146,9 @@ const Threshold* SelectThreshold(const ThresholdTable& table, const TypedValue& 
 // Runs `map` for the feature of `context` and stores the output in `out`;
 // false when the map gives no value.
 bool ApplyAttributeMap(AttributeMap& map, const FeatureContext& context, TypedValue* out);
+// The same without copying: the chosen entry (its output is the value), or
+// null when the map gives no value.
+const Threshold* ChooseAttributeMapEntry(AttributeMap& map, const FeatureContext& context);
 
 // The custom attribute `index` of the context's layer (computed first by its
 // map when `compute` is set), or null. GetFeatureAttribute's custom part.

@@ -1,12 +1,15 @@
-// Draws arbitrary polygon groups, markers and an image tile with arbitrary
-// bounds (any doubles: NaN, infinities, huge values) on small maps of both
-// projections, normally and as a location query.
+// Draws arbitrary polygon groups and polylines (thick edges), markers of
+// every symbol, an image tile with arbitrary bounds (any doubles: NaN,
+// infinities, huge values; nearest and bilinear), a grid and an outline on
+// small maps of both projections, normally and as a location query.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
 #include "map_server/dataset/layer.h"
+#include "map_server/rendering/grid_layer.h"
 #include "map_server/rendering/image_pass.h"
+#include "map_server/rendering/simple_layers.h"
 #include "map_server/rendering/vector_tile_drawer.h"
 #include "toolkit/message_log.h"
 
@@ -87,6 +90,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Layer layer("fuzz");
   layer.record.drawing.fill_type = 3;
   layer.record.drawing.min_pixel_size = 0;
+  layer.record.drawing.line_width = static_cast<int32_t>(size % 9);
+  layer.record.drawing.marker_type = static_cast<int32_t>(size % 64);
+  layer.record.drawing.marker_size = static_cast<int32_t>(size % 40) - 3;
   layer.record.clip = size % 2;
   DrawSurface surface(&image, g);
   VectorDrawStats stats;
@@ -100,7 +106,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   tile.pixels.Resize(16);
   for (size_t i = 0; i < 16; ++i) tile.pixels[i] = static_cast<uint8_t>(i * 37 + size);
   const ImageTileRef tiles[] = {{&tile, {-20, 40, -10, 60}}, {&tile, {in.Double(), in.Double(), in.Double(), in.Double()}}};
-  const ImageLayerInput layers[] = {{"fuzz", static_cast<int64_t>(size % 6), 0.5, {}, 0.1, tiles}};
+  ImageLayerInput layers[] = {{"fuzz", static_cast<int64_t>(size % 6), 0.5, {}, 0.1, tiles}};
+  layers[0].bilinear = size % 4 < 2;
   DrawImageLayers(surface, image_scratch, layers);
+
+  // A grid with intervals and bounds from the input, and an outline.
+  Layer grid("grid");
+  grid.record.grid.lat_interval = in.Double();
+  grid.record.grid.lon_interval = in.Double();
+  grid.record.grid.min_lon = in.Double();
+  grid.record.grid.max_lat = in.Double();
+  grid.record.grid.adaptive = static_cast<int32_t>(size % 5 == 0);
+  grid.record.drawing.line_width = static_cast<int32_t>(size % 4);
+  DrawGridLayer(surface, scratch.stroker, scratch.edges, grid);
+  grid.record.gradient_type = 1;
+  grid.record.gradient_length = in.Double();
+  DrawOutlineLayer(surface, grid);
   return 0;
 }

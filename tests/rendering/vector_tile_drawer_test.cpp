@@ -55,6 +55,7 @@ Layer FillLayer(int64_t fill_type = 2) {
   layer.record.drawing.edge_color = {255, 0, 0};
   layer.record.drawing.marker_fill_color = {0, 0, 255};
   layer.record.drawing.marker_size = 3;
+  layer.record.drawing.marker_type = kMarkerBoxFill;
   return layer;
 }
 
