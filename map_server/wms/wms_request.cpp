@@ -11,6 +11,10 @@ namespace vmp {
 
 namespace {
 
+// Smallest side of a BBOX (degrees or metres): far below any map's pixel, far
+// above the numbers whose differences vanish.
+constexpr double kMinBoxSide = 1e-9;
+
 int HexDigit(char c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
@@ -295,6 +299,10 @@ class Reader {
     if (!(r_.bbox[0] < r_.bbox[2]) || !(r_.bbox[1] < r_.bbox[3])) {
       return Invalid("BBOX", *bbox, "each minimum must be less than its maximum");
     }
+    const double scale = r_.crs.kind == WmsCrsKind::kOrthographic ? r_.crs.metres_per_unit : 1.0;
+    const double box_width = (r_.bbox[2] - r_.bbox[0]) * scale, box_height = (r_.bbox[3] - r_.bbox[1]) * scale;
+    if (!std::isfinite(box_width) || !std::isfinite(box_height)) return Invalid("BBOX", *bbox, "the box is too large");
+    if (box_width < kMinBoxSide || box_height < kMinBoxSide) return Invalid("BBOX", *bbox, "the box is too small");
     if (r_.crs.kind == WmsCrsKind::kOrthographic) {
       auto centred = [](double a, double b) { return std::fabs(a + b) <= 1e-9 * std::max(std::fabs(a), std::fabs(b)); };
       if (!centred(r_.bbox[0], r_.bbox[2]) || !centred(r_.bbox[1], r_.bbox[3])) {

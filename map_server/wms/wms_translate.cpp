@@ -35,14 +35,14 @@ NativeView TranslateView(const WmsRequest& r) {
   double center_lon = 0, center_lat = 0, h_extent = 0, v_extent = 0;
   switch (r.crs.kind) {
     case WmsCrsKind::kLonLat:
-      center_lon = (b[0] + b[2]) / 2;
-      center_lat = (b[1] + b[3]) / 2;
+      center_lon = b[0] + (b[2] - b[0]) / 2;
+      center_lat = b[1] + (b[3] - b[1]) / 2;
       h_extent = b[2] - b[0];
       v_extent = b[3] - b[1];
       break;
     case WmsCrsKind::kLatLon:
-      center_lat = (b[0] + b[2]) / 2;
-      center_lon = (b[1] + b[3]) / 2;
+      center_lat = b[0] + (b[2] - b[0]) / 2;
+      center_lon = b[1] + (b[3] - b[1]) / 2;
       v_extent = b[2] - b[0];
       h_extent = b[3] - b[1];
       break;
