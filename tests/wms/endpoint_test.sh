@@ -111,6 +111,21 @@ for view in "VERSION=1.3.0&CRS=EPSG:4326&BBOX=-90,-180,90,180" "VERSION=1.3.0&CR
   check "GDAL ($view): not at 150W 25S" not_red_at "$work/gdal.tif" -150 -25
 done
 
+# --- Feature info and transparency ---
+gfi="$url?SERVICE=WMS&VERSION=1.3.0&REQUEST=GetFeatureInfo&LAYERS=countries&QUERY_LAYERS=countries&STYLES="
+fetch "$gfi&CRS=EPSG:4326&BBOX=-90,-180,90,180&WIDTH=360&HEIGHT=180&I=314&J=115&INFO_FORMAT=text/xml" >"$work/info.xml"
+check "GetFeatureInfo at 134E 25S names Australia" grep -q '<Attribute name="0" type="S">Australia</Attribute>' "$work/info.xml"
+fetch "$url?SERVICE=WMS&VERSION=1.3.0&REQUEST=GetMap&LAYERS=australia&STYLES=&CRS=CRS:84&BBOX=-180,-90,180,90&WIDTH=360&HEIGHT=180&FORMAT=image/png&TRANSPARENT=TRUE" \
+  >"$work/clear.png"
+check "transparent PNG: Australia opaque red, the ocean clear" "$py" - "$work/clear.png" <<'EOF'
+import sys
+from osgeo import gdal
+image = gdal.Open(sys.argv[1])
+pixel = lambda x, y: [int(image.GetRasterBand(k).ReadAsArray(x, y, 1, 1)[0, 0]) for k in (1, 2, 3, 4)]
+assert pixel(314, 115) == [255, 0, 0, 255], pixel(314, 115)
+assert pixel(30, 115)[3] == 0, pixel(30, 115)
+EOF
+
 # --- Schemas: the capabilities and the exception reports ---
 schemas="$src/tests/data/wms-1.3.0"
 fetch "$url?service=WMS&request=GetCapabilities&version=1.3.0" >"$work/caps.xml"
