@@ -78,6 +78,13 @@ std::vector<std::string> SplitList(std::string_view text) {
   return items;
 }
 
+// Layer names, blanks around each removed.
+std::vector<std::string> NameList(std::string_view text) {
+  std::vector<std::string> names = SplitList(text);
+  for (std::string& name : names) name = std::string(Trim(name));
+  return names;
+}
+
 WmsError Error(WmsErrorCode code, std::string message, std::string locator = {}) {
   return WmsError{code, std::move(message), std::move(locator)};
 }
@@ -273,7 +280,7 @@ class Reader {
   std::optional<WmsError> ReadMap() {
     const std::optional<std::string_view> layers = q_.Get("LAYERS");
     if (!layers || Trim(*layers).empty()) return Missing("LAYERS");
-    r_.layers = SplitList(*layers);
+    r_.layers = NameList(*layers);
     if (auto e = ReadStyles()) return e;
 
     const bool v130 = r_.version == WmsVersion::k130;
@@ -342,7 +349,7 @@ class Reader {
   std::optional<WmsError> ReadFeatureInfo() {
     const std::optional<std::string_view> layers = q_.Get("QUERY_LAYERS");
     if (!layers || Trim(*layers).empty()) return Missing("QUERY_LAYERS");
-    r_.query_layers = SplitList(*layers);
+    r_.query_layers = NameList(*layers);
 
     if (auto format = q_.Get("INFO_FORMAT"); format && !Trim(*format).empty()) {
       const std::string_view f = Trim(*format);
