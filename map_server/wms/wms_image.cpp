@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <new>
 
 #include "map_server/image/jpeg_writer.h"
 #include "map_server/rendering/draw_surface.h"

@@ -106,7 +106,7 @@ std::optional<WmsError> CheckUpdateSequence(const WmsRequest& request, const std
                                    current.c_str()),
                     "UPDATESEQUENCE"};
   }
-  if (asked == current || std::stoll(asked) == std::stoll(current)) {
+  if (std::stoll(asked) == std::stoll(current)) {
     return WmsError{WmsErrorCode::kCurrentUpdateSequence,
                     "The capabilities have not changed since UPDATESEQUENCE " + asked, "UPDATESEQUENCE"};
   }
