@@ -8,6 +8,8 @@ packages=(
   clang libclang-rt-14-dev
   libjpeg62-turbo-dev libpng-dev libtiff-dev libshp-dev libfreetype-dev zlib1g-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  # The WMS endpoint's end-to-end test: a web server and standard clients.
+  lighttpd python3-owslib gdal-bin libxml2-utils
 )
 if [ "$#" -gt 0 ]; then packages+=("$@"); fi
 
