@@ -221,10 +221,12 @@ class GridLabelPlacer {
 
   // Hands a label at curve(t) for the line at (lat, lon) there.
   void Add(const std::string& text, const PixelPoint& p, double lat, double lon, double turn) {
+    turn = std::isfinite(turn) ? std::fmod(turn, 360.0) : 0.0;
     const TextFrame frame = MapTextFrame(g_, lat, lon, kTextMappedFlat, turn);
-    double angle = std::atan2(-frame.uy, frame.ux) * kRadiansToDegrees;
-    while (angle > 90.0 + 1e-9) angle -= 180.0;
-    while (angle <= -90.0 + 1e-9) angle += 180.0;
+    double angle = std::fmod(std::atan2(-frame.uy, frame.ux) * kRadiansToDegrees, 180.0);
+    if (angle > 90.0 + 1e-9) angle -= 180.0;
+    if (angle <= -90.0 + 1e-9) angle += 180.0;
+    if (!std::isfinite(angle)) return;
     labels_.AddText(text, p.x, p.y, angle);
   }
 
