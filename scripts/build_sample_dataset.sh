@@ -51,7 +51,7 @@ run -tile -image -elevation -filename "$data/elevation/etopo20_world_int16.tif" 
 # --- Fonts: a Hershey stroke font and the TrueType font, as the dataset's own.
 cp "$data/fonts/futural.jhf" "$data/fonts/rowmans.jhf" "$data/fonts/DejaVuSans.ttf" fonts/
 
-# --- Styles: country fills by MAPCOLOR7 (1..7), label priority by population.
+# --- Styles: country fills by MAPCOLOR7 (1..7), label priorities by population.
 cat > styles/mapcolor7.thr <<'EOF'
 # Pastel fills for the seven map colours of Natural Earth.
 INPUT DATA TYPE=VMP_D
@@ -64,13 +64,23 @@ OUTPUT DATA TYPE=VMP_G
 6 0.867 0.780 0.910
 7 0.745 0.890 0.898
 EOF
+cat > styles/country_priority.thr <<'EOF'
+# More populous countries place their names first (a lower priority wins).
+INPUT DATA TYPE=VMP_D
+OUTPUT DATA TYPE=VMP_D
+0 8
+1000000 7
+10000000 6
+50000000 5
+100000000 4
+EOF
 cat > styles/population_priority.thr <<'EOF'
 # Bigger cities place their labels first (a lower priority wins).
 INPUT DATA TYPE=VMP_D
 OUTPUT DATA TYPE=VMP_D
 0 9
 1000000 7
-5000000 5
+5000000 4
 10000000 3
 EOF
 
@@ -157,7 +167,8 @@ LABEL COLOR=0.15 0.15 0.15
 LABEL OUTLINE COLOR=1 1 1
 LABEL STYLE=OUTLINE
 LAYOUT TYPE=GLOBAL
-LABEL PRIORITY=6
+CUSTOM ATTR= 202 priority VMP_D
+ATTR MAP= priority LabelPriority@3 styles/country_priority.thr ABS
 LABEL SELECTION MODE=YES
 EOF
 cat > capitals.lif <<'EOF'
