@@ -69,9 +69,9 @@ std::optional<GridLabelFormatter::Format> GridLabelFormatter::Compile(const std:
     if (++numbers > max_numbers) return fail(max_numbers == 1 ? "more than one number" : "more than three numbers");
     if (!literal.empty()) parts.push_back({std::move(literal), 0});
     literal.clear();
-    std::string spec = format.substr(start, i - start);
-    spec += (c == 'd' || c == 'i') ? "lld" : std::string(1, c);
-    parts.push_back({std::move(spec), c});
+    std::string conversion = format.substr(start, i - start);
+    conversion += (c == 'd' || c == 'i') ? "lld" : std::string(1, c);
+    parts.push_back({std::move(conversion), c});
   }
   if (!literal.empty()) parts.push_back({std::move(literal), 0});
   return parts;

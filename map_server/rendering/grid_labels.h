@@ -62,7 +62,7 @@ class GridLabelFormatter {
 
  private:
   struct Part {
-    std::string text;     // literal text, or the printf spec of a conversion
+    std::string text;     // literal text, or a conversion in printf form
     char conversion = 0;  // 0: literal
   };
   using Format = std::vector<Part>;
