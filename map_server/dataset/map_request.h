@@ -62,6 +62,9 @@ struct MapRecord {
 
   // --- Per-request state of the rendering ---
   bool location_query = false;  // hit tests only, no image
+  // A pass whose features may be reported although it is no location query
+  // (the view pass of a label selection): tiles are loaded with attributes.
+  bool report_features = false;
   // Half-size of a location query's search box in pixels (selections widen
   // it with their PICK_RESOLUTION).
   double search_radius = kDefaultSearchRadius;

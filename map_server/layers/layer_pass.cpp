@@ -183,7 +183,7 @@ class LayerPass {
     walk.settings = VolatileSettingsOf(layer);
     const bool vector = IsVector(layer);
     if (vector) {
-      walk.hints.attributes = NeedsAttributes(entry, location_);
+      walk.hints.attributes = NeedsAttributes(entry, location_ || map_.record.report_features);
     } else {
       const double finest = FinestPixelDegrees(g);
       walk.hints.max_degrees_per_pixel = std::isfinite(finest) && finest > 0.0 ? finest : 0.0;

@@ -60,7 +60,7 @@ struct ActiveLayer {
   // a fallback named by FallbackLayer and a background layer get a plain one.
   SelectedLayer selection;
   std::string stands_for;  // kFallback: the selected layer it replaces
-  bool labels = false;     // vector layers: labels are on at this zoom
+  bool labels = false;     // vector layers and labelled grids: labels are on at this zoom
   const Font* font = nullptr;  // the layer's text font, when the dataset has it
   // Image and vector layers: the tiles the view needs, in walk order (grid
   // rows, then columns; tree leaves in file order), each with its bounds.

@@ -112,7 +112,7 @@ PreparedLayer PrepareLayer(MapRequest& map, SelectedLayer& selection, Layer& lay
   }
 
   // 6. Labels.
-  if (r.layer_type == kLayerVector) {
+  if (r.layer_type == kLayerVector || (r.layer_type == kLayerGrid && r.grid.labels != 0)) {
     result.labels = LabelsInRange(layer, z, k);
     if (!result.labels) Inactive("Labels inactive, out of min/max zoom range", layer);
   }

@@ -24,7 +24,7 @@ struct PreparedLayer {
   bool redirect_failed = false;
   // Whether the layer's fallback-file description may stand in for it.
   bool fallback_file_enabled = true;
-  bool labels = false;         // vector layers: labels drawn at this zoom
+  bool labels = false;         // vector layers and labelled grids: labels drawn at this zoom
   bool override_zoom = false;  // an allowed "++" override
   const Font* font = nullptr;  // the layer's text font, when the dataset has it
 };

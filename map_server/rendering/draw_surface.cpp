@@ -5,6 +5,7 @@ namespace vmp {
 DrawSurface::DrawSurface(MapImage* image, const MapGeometry& geometry)
     : image_(image),
       geometry_(&geometry),
+      visible_(VisibleRect(geometry)),
       location_query_(geometry.location_query),
       search_box_(SearchBox(geometry)) {
   SetClip(VisibleRect(geometry));

@@ -73,6 +73,11 @@ class DrawSurface {
   // the clip otherwise. Scan conversion and line clipping use it to skip
   // everything else.
   const PixelRect& active_rect() const { return location_query_ ? search_box_ : clip_; }
+  // The rectangle features are culled against: the search box in a location
+  // query, the visible rectangle otherwise, with or without an image (a
+  // pass without an image still visits what the map shows, e.g. to lay out
+  // its labels).
+  const PixelRect& view_rect() const { return location_query_ ? search_box_ : visible_; }
 
   // The blend tables of the colours blended last (pixel_writer.cpp): a
   // layer's fill and edge colours alternate from feature to feature.
@@ -89,6 +94,7 @@ class DrawSurface {
   MapImage* image_;
   const MapGeometry* geometry_;
   PixelRect clip_;
+  PixelRect visible_;
   bool location_query_;
   PixelRect search_box_;
   bool hit_ = false;

@@ -6,10 +6,13 @@
 
 #include "map_server/geometry/int_conversion.h"
 #include "map_server/layers/layer_pass.h"
+#include "map_server/rendering/grid_labels.h"
 #include "map_server/rendering/grid_layer.h"
 #include "map_server/rendering/render_timer.h"
 #include "map_server/rendering/simple_layers.h"
 #include "map_server/service/map_service.h"
+#include "map_server/text/label_layout.h"
+#include "map_server/text/label_selection.h"
 #include "map_server/vector/attribute_map.h"
 #include "toolkit/message_log.h"
 
@@ -88,10 +91,22 @@ FeatureHit MakeHit(Layer& layer, const VectorData& data, size_t index, double zo
   return hit;
 }
 
+// Which layers hand their labels to the collector.
+enum class LabelPass {
+  kMap,     // every layer whose labels are on: the map's own labels
+  kInTile,  // a location query: the layers selecting labels in INTILE mode
+};
+
 class LayerLoop {
  public:
-  LayerLoop(MapRequest& map, DrawSurface& surface, RenderOutput& output)
-      : map_(map), surface_(surface), output_(output), renderer_(Service().renderer()) {}
+  LayerLoop(MapRequest& map, DrawSurface& surface, RenderOutput& output, LabelCollector& labels,
+            LabelPass label_pass)
+      : map_(map),
+        surface_(surface),
+        output_(output),
+        renderer_(Service().renderer()),
+        labels_(labels),
+        label_pass_(label_pass) {}
 
   // Bounds of the tiles drawn (collected under diagnostic code 1001).
   const std::vector<Box>& tile_bounds() const { return tile_bounds_; }
@@ -157,6 +172,10 @@ class LayerLoop {
       case kLayerGrid: {
         RenderTimer timer(kGridLayerTime);
         renderer_.DrawGridLayer(surface_, layer);
+        if (label_pass_ == LabelPass::kMap && labels_.BeginLayer(layer, active.labels)) {
+          AddGridLabels(labels_, layer, surface_.geometry());
+          labels_.EndLayer();
+        }
         break;
       }
       case kLayerVector: {
@@ -186,26 +205,121 @@ class LayerLoop {
       conditions.exclude = &active.selection.exclude_conditions;
     }
     const bool query = surface_.location_query();
+    LabelCollector* labels = labels_.BeginLayer(layer, WantsLabels(active)) ? &labels_ : nullptr;
     VectorDrawStats stats;
     for (const auto& tile : active.tiles) {
       hits_.clear();
-      if (!renderer_.DrawVectorTile(surface_, layer, tile->vector, conditions, stats, query ? &hits_ : nullptr)) {
+      if (!renderer_.DrawVectorTile(surface_, layer, tile->vector, conditions, stats, query ? &hits_ : nullptr,
+                                    labels)) {
         break;  // the layer cannot be drawn at all (reported once)
       }
       for (size_t index : hits_) output_.hits.push_back(MakeHit(layer, tile->vector, index, map_.geometry.zoom));
     }
+    if (labels != nullptr) labels->EndLayer();
     ReportVectorStats(stats);
+  }
+
+  bool WantsLabels(const ActiveLayer& active) const {
+    if (!active.labels) return false;
+    if (label_pass_ == LabelPass::kMap) return true;
+    return EffectiveLabelSelectionMode(map_.record.label_selection_mode,
+                                       active.layer->record.drawing.label_selection_mode) == kSelectLabelsInTile;
   }
 
   MapRequest& map_;
   DrawSurface& surface_;
   RenderOutput& output_;
   Renderer& renderer_;
+  LabelCollector& labels_;
+  const LabelPass label_pass_;
   std::vector<LayerSlot> slots_;
   std::vector<std::vector<ImageTileRef>> tile_refs_;
   std::vector<size_t> hits_;
   std::vector<Box> tile_bounds_;  // diagnostic code 1001
 };
+
+// Adds a feature whose label was selected, after the hits of its layer so
+// that each layer's hits stay together, unless its shape was hit already.
+void AddLabelHit(std::vector<FeatureHit>& hits, FeatureHit hit) {
+  size_t insert_at = hits.size();
+  for (size_t i = 0; i < hits.size(); ++i) {
+    const FeatureHit& h = hits[i];
+    if (h.layer != hit.layer) continue;
+    if (h.index == hit.index && h.lat == hit.lat && h.lon == hit.lon && h.kind == hit.kind) return;
+    insert_at = i + 1;
+  }
+  hits.insert(hits.begin() + static_cast<std::ptrdiff_t>(insert_at), std::move(hit));
+}
+
+// The features of the labels among `placed` that touch `search_box` and
+// whose layer selects labels in `mode`.
+void AddSelectedLabels(const MapRequest& map, const RequestLayers& pass, std::span<const PlacedLabel> placed,
+                       const PixelRect& search_box, int32_t mode, std::vector<FeatureHit>& hits) {
+  const int32_t request_mode = map.record.label_selection_mode;
+  for (const PlacedLabel* label : SelectLabels(placed, search_box, request_mode)) {
+    if (EffectiveLabelSelectionMode(request_mode, label->selection_mode) != mode) continue;
+    const auto active = std::find_if(pass.layers.begin(), pass.layers.end(),
+                                     [&](const ActiveLayer& a) { return a.layer == label->owner.layer; });
+    if (active == pass.layers.end()) continue;
+    AddLabelHit(hits, MakeHit(*active->layer, *label->owner.data, label->owner.feature, map.geometry.zoom));
+  }
+}
+
+// Whether a selected vector layer selects labels in YES mode (the layers'
+// records are converted by the location pass).
+bool SelectsViewLabels(const MapRequest& map) {
+  const int32_t request_mode = map.record.label_selection_mode;
+  if (request_mode == kSelectLabelsNone) return false;
+  for (const SelectedLayer& record : map.layers) {
+    if (record.mode == 0) continue;
+    for (const auto& layer : map.record.dataset->layers) {
+      if (layer->name != record.name) continue;
+      if (layer->record.layer_type == kLayerVector &&
+          EffectiveLabelSelectionMode(request_mode, layer->record.drawing.label_selection_mode) ==
+              kSelectLabelsYes) {
+        return true;
+      }
+      break;
+    }
+  }
+  return false;
+}
+
+bool IsImageLayer(const Dataset& dataset, const std::string& name) {
+  for (const auto& layer : dataset.layers) {
+    if (layer->name == name) return layer->record.layer_type == kLayerImage;
+  }
+  return false;
+}
+
+// The view pass of a selection whose layers select labels in YES mode: the
+// whole view is laid out as a GetMap lays it out, without an image (image
+// layers left out: they carry no labels), and the features of the YES
+// labels touching the query's search box join the hits.
+void SelectViewLabels(MapRequest& map, RenderOutput& output) {
+  const MapGeometry query_geometry = map.geometry;
+  const std::vector<SelectedLayer> records = map.layers;
+  for (SelectedLayer& record : map.layers) {
+    if (IsImageLayer(*map.record.dataset, record.name)) record.mode = 0;
+  }
+  map.record.location_query = false;
+  map.record.report_features = true;
+  if (SetupMapGeometry(map, false)) {
+    RequestLayers pass = PrepareRequestLayers(map);
+    DrawSurface surface(nullptr, map.geometry);
+    LabelCollector labels(Service().text_engine(), Service().font_library(), surface, *map.record.dataset);
+    RenderOutput view_output;
+    LayerLoop loop(map, surface, view_output, labels, LabelPass::kMap);
+    loop.Run(pass);
+    labels.Finish();
+    AddSelectedLabels(map, pass, labels.placed(), SearchBox(query_geometry), kSelectLabelsYes, output.hits);
+    FinishRequestLayers(pass);
+  }
+  map.layers = records;
+  map.record.location_query = true;
+  map.record.report_features = false;
+  map.geometry = query_geometry;
+}
 
 }  // namespace
 
@@ -233,10 +347,21 @@ int RenderMap(MapRequest& map, bool location_query, double query_x, double query
 
   RequestLayers pass = PrepareRequestLayers(map);
   DrawSurface surface(location_query ? nullptr : &image, map.geometry);
-  LayerLoop loop(map, surface, output);
-  loop.Run(pass);
-  if (!location_query && log.debug_code == kTileBoundsDebugCode) DrawTileBounds(surface, loop.tile_bounds());
+  {
+    // Placed labels point into the tiles' data: they are used up before
+    // the pass lets go of its tiles.
+    LabelCollector labels(Service().text_engine(), Service().font_library(), surface, *map.record.dataset);
+    LayerLoop loop(map, surface, output, labels, location_query ? LabelPass::kInTile : LabelPass::kMap);
+    loop.Run(pass);
+    labels.Finish();
+    if (location_query) {
+      AddSelectedLabels(map, pass, labels.placed(), surface.search_box(), kSelectLabelsInTile, output.hits);
+    } else if (log.debug_code == kTileBoundsDebugCode) {
+      DrawTileBounds(surface, loop.tile_bounds());
+    }
+  }
   FinishRequestLayers(pass);
+  if (location_query && SelectsViewLabels(map)) SelectViewLabels(map, output);
   return static_cast<int>(location_query ? output.hits.size() : output.layers_drawn);
 }
 

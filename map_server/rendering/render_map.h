@@ -18,9 +18,20 @@
 // 7. Each layer drawn in list order ("Layer active, drawing" at verbosity 4
 //    or more); image layers that follow one another share one pixel pass;
 //    EnforceTileLimits after each drawn layer (after each shared pass).
+//    Vector layers whose labels are on at this zoom, and grid layers with
+//    GridLabels, hand their labels to the request's LabelCollector; it is
+//    finished (GLOBAL labels placed and drawn) after the last layer.
 // 8. Diagnostic code 1001: the bounds of the drawn tiles, in red.
 // 9. The tile marks are cleared; "Total map rendering time" (verbosity -2
 //    or less, like every timing line).
+//
+// Labels in a location query (GetSelection's SELECT_LABELS with the layers'
+// LabelSelectionMode, label_selection.h): layers selecting labels INTILE
+// lay out the labels of the features the query pass looks at; when a layer
+// selects labels YES, a second pass lays out the whole view as a GetMap
+// would, without an image (image layers left out). The features of the
+// labels touching the search box are added to the hits after their layer's
+// other hits, each feature once.
 #pragma once
 
 #include <cstdint>
@@ -57,7 +68,9 @@ struct FeatureHit {
 
 struct RenderOutput {
   // Location queries: every feature touching the search box, by layer in
-  // list order, then tile, then file order.
+  // list order, then tile, then file order; features found only by their
+  // labels follow their layer's other hits (a layer hit only by labels
+  // comes after the layers hit by shapes).
   std::vector<FeatureHit> hits;
   int64_t layers_drawn = 0;
 };

@@ -34,7 +34,7 @@ class TileDrawer {
         hits_(hits),
         labels_(labels),
         geometry_(surface.geometry()),
-        view_(surface.geometry(), surface.active_rect()),
+        view_(surface.geometry(), surface.view_rect()),
         style_(LayerStyle(layer.record)),
         view_test_(layer.record.clip != 0),
         query_(surface.location_query()) {

@@ -189,6 +189,9 @@ void LabelCollector::AddPolygon(const VectorData& data, size_t index, const Feat
 
 void LabelCollector::AddText(std::string_view text, double x, double y, double angle) {
   if (!in_layer_ || text.find_first_not_of(" \t") == std::string_view::npos) return;
+  // An anchor far off any image shows nothing (and would overflow the pixel bounds).
+  constexpr double kFarOff = 1e9;
+  if (!(std::fabs(x) < kFarOff && std::fabs(y) < kFarOff && std::isfinite(angle))) return;
   const LayerSettings& s = layers_.back();
   Candidate c;
   c.text = std::string(text);

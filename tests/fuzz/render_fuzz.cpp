@@ -1,16 +1,19 @@
 // Draws arbitrary polygon groups and polylines (thick edges), markers of
 // every symbol, an image tile with arbitrary bounds (any doubles: NaN,
-// infinities, huge values; nearest and bilinear), a grid and an outline on
-// small maps of both projections, normally and as a location query.
+// infinities, huge values; nearest and bilinear), a grid with its labels
+// (settings and label format from the input) and an outline on small maps of
+// both projections, normally and as a location query.
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
 #include "map_server/dataset/layer.h"
+#include "map_server/rendering/grid_labels.h"
 #include "map_server/rendering/grid_layer.h"
 #include "map_server/rendering/image_pass.h"
 #include "map_server/rendering/simple_layers.h"
 #include "map_server/rendering/vector_tile_drawer.h"
+#include "map_server/text/label_layout.h"
 #include "toolkit/message_log.h"
 
 namespace {
@@ -119,6 +122,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   grid.record.grid.adaptive = static_cast<int32_t>(size % 5 == 0);
   grid.record.drawing.line_width = static_cast<int32_t>(size % 4);
   DrawGridLayer(surface, scratch.stroker, scratch.edges, grid);
+  static TextEngine engine;  // stroke fonts only: no font library
+  static const std::unique_ptr<Dataset> dataset = CreateDataset("fuzz", "");
+  grid.record.layer_type = kLayerGrid;
+  grid.record.grid.labels = 1;
+  grid.record.grid.decimal_labels = static_cast<int32_t>(size % 2);
+  grid.record.grid.label_char = static_cast<int32_t>(size % 3);
+  grid.record.grid.lon_label_angle = in.Double();
+  if (size % 7 < 3) grid.record.grid.label_format = std::string(reinterpret_cast<const char*>(data), size % 13);
+  {
+    LabelCollector labels(engine, nullptr, surface, *dataset);
+    if (labels.BeginLayer(grid, true)) AddGridLabels(labels, grid, g);
+    labels.Finish();
+  }
   grid.record.gradient_type = 1;
   grid.record.gradient_length = in.Double();
   DrawOutlineLayer(surface, grid);
