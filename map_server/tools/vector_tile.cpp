@@ -122,25 +122,50 @@ bool CellTakesBox(const FeatureExtent& box, const CellBounds& cell, const WrapRa
   return a + r <= d;
 }
 
+// The last feature of the polygon group that starts at `first`: polygons
+// with a continuation flag run up to and including the first polygon
+// without one (or end at a marker or the end of the file). Anything else is
+// a group of its own.
+size_t GroupEnd(const VectorData& data, size_t first) {
+  size_t last = first;
+  while (last + 1 < data.features.size()) {
+    const PolygonFeature* polygon = data.features[last]->AsPolygon();
+    if (polygon == nullptr || polygon->flag == 0) break;
+    if (data.features[last + 1]->AsPolygon() == nullptr) break;
+    ++last;
+  }
+  return last;
+}
+
 std::vector<CellEntry> AssignFeaturesToCells(const VectorData& data, const TileGrid& grid,
                                              const WrapRange& wrap) {
   const double width = (grid.max_x - grid.min_x) / static_cast<double>(grid.columns);
   const double height = (grid.max_y - grid.min_y) / static_cast<double>(grid.rows);
   std::vector<CellEntry> entries;
-  for (size_t f = 0; f < data.features.size(); ++f) {
+  const size_t count = data.features.size();
+  for (size_t first = 0; first < count;) {
+    const size_t last = GroupEnd(data, first);
     FeatureExtent box;
-    ComputeFeatureExtent(*data.features[f], &box);
+    ComputeFeatureExtent(*data.features[first], &box);
+    for (size_t f = first + 1; f <= last; ++f) {
+      FeatureExtent member;
+      ComputeFeatureExtent(*data.features[f], &member);
+      box.min_x = std::min(box.min_x, member.min_x);
+      box.max_x = std::max(box.max_x, member.max_x);
+      box.min_y = std::min(box.min_y, member.min_y);
+      box.max_y = std::max(box.max_y, member.max_y);
+    }
     const IndexSpan rows = CandidateSpan(box.min_y, box.max_y, grid.min_y, height, grid.rows);
-    if (rows.first > rows.last) continue;
     for (const IndexSpan& columns : CandidateColumns(box, grid, width, wrap)) {
+      if (rows.first > rows.last) break;
       for (int64_t i = columns.first; i <= columns.last; ++i) {
         for (int64_t j = rows.first; j <= rows.last; ++j) {
-          if (CellTakesBox(box, GridCell(grid, i, j), wrap)) {
-            entries.push_back({i, j, static_cast<int64_t>(f)});
-          }
+          if (!CellTakesBox(box, GridCell(grid, i, j), wrap)) continue;
+          for (size_t f = first; f <= last; ++f) entries.push_back({i, j, static_cast<int64_t>(f)});
         }
       }
     }
+    first = last + 1;
   }
   std::sort(entries.begin(), entries.end(), [](const CellEntry& x, const CellEntry& y) {
     if (x.column != y.column) return x.column < y.column;

@@ -5,7 +5,10 @@
 // min_x + (i+1)*w and y from min_y + j*h to min_y + (j+1)*h, with
 // w = (max_x - min_x) / NX and h = (max_y - min_y) / NY. A feature goes to
 // every cell its box meets (borders included), and with wrapping also to
-// cells its box meets when shifted by the width of the wrap range.
+// cells its box meets when shifted by the width of the wrap range. The rings
+// of a polygon group (joined by continuation flags) travel together: the
+// whole group goes to every cell their combined box meets, so a tile never
+// holds part of a group.
 //
 // Features are indexed by the cells their boxes can touch, so the work is
 // proportional to the features and the cells they reach, not to

@@ -102,6 +102,18 @@ TEST(VectorTileTest, CellIndexMatchesTestingEveryCell) {
   }
 }
 
+// The rings of a polygon group go together to every cell any of them meets.
+TEST(VectorTileTest, PolygonGroupsStayWhole) {
+  VectorData data;
+  data.AddFeature(MakePolygon(1, {{-170, 1}, {-160, 2}}));  // west ring, group head
+  data.AddFeature(MakePolygon(0, {{160, 1}, {170, 2}}));    // east ring closes the group
+  data.AddFeature(MakePolygon(0, {{-5, 1}, {5, 2}}));       // a polygon of its own
+  const TileGrid grid{-180, -90, 180, 90, 3, 1};
+  std::vector<std::pair<int64_t, int64_t>> got;  // (column, feature)
+  for (const CellEntry& e : AssignFeaturesToCells(data, grid, {false, 0, 0})) got.push_back({e.column, e.feature});
+  EXPECT_EQ(got, (std::vector<std::pair<int64_t, int64_t>>{{0, 0}, {0, 1}, {1, 0}, {1, 1}, {1, 2}, {2, 0}, {2, 1}}));
+}
+
 TEST(VectorTileTest, WritesOneFilePerCellWithFeatures) {
   test::TempDir dir;
   const std::string input = test::WriteTvf(
