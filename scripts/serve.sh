@@ -81,7 +81,11 @@ fi
 if [ -n "${VMP_BIN_DIR:-}" ]; then
   bin_dir=$(cd "$VMP_BIN_DIR" && pwd)
 else
-  bash "$root/scripts/build.sh" release map_server wms >/dev/null
+  # Brings build/ up to date (quick when it is).
+  if ! bash "$root/scripts/build.sh" release map_server wms >"$serve_dir/build.log" 2>&1; then
+    tail -n 30 "$serve_dir/build.log" >&2
+    die "the build failed (log: $serve_dir/build.log)"
+  fi
   bin_dir=$root/build/bin
 fi
 for program in map_server wms; do
