@@ -137,6 +137,8 @@ server.bind = "127.0.0.1"
 server.port = $port
 server.pid-file = "$pid_file"
 server.errorlog = "$serve_dir/error.log"
+# What the CGI programs write to standard error: their messages.
+server.breakagelog = "$serve_dir/cgi.log"
 accesslog.filename = "$serve_dir/access.log"
 index-file.names = ("index.html")
 mimetype.assign = (

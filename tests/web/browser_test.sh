@@ -37,7 +37,7 @@ bash "$src/scripts/serve.sh" start "$port"
 if timeout 120 node "$src/tests/web/browser_check.mjs" "http://127.0.0.1:$port/" "$work/web.png" "$web" "$work/profile"; then
   cp "$work/web.png" "$src/docs/web.png"
 else
-  echo "--- lighttpd error log ---"
-  tail -n 30 "$work/serve/error.log" || true
+  echo "--- lighttpd error log and the programs' messages ---"
+  tail -n 30 "$work/serve/error.log" "$work/serve/cgi.log" || true
   exit 1
 fi

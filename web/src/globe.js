@@ -19,7 +19,11 @@ export function wrapLongitude(lon) {
 // The centre after a drag of (dx, dy) screen pixels on a globe of the given
 // radius in pixels: the point under the pointer follows it, to first order.
 export function draggedCenter([lon, lat], dx, dy, radius) {
-  return [wrapLongitude(lon - (dx / radius) * kDegrees), Math.max(-90, Math.min(90, lat + (dy / radius) * kDegrees))];
+  return normalizeCenter([lon - (dx / radius) * kDegrees, lat + (dy / radius) * kDegrees]);
+}
+
+function normalizeCenter([lon, lat]) {
+  return [wrapLongitude(lon), Math.max(-90, Math.min(90, lat))];
 }
 
 function formatDegrees(value, positive, negative) {
@@ -34,7 +38,7 @@ export class GlobeView {
   constructor({nativeUrl, elevationLayer, center, layers, size = 360, halfExtent = 6.8e6, onCenterChange}) {
     this.url_ = nativeUrl;
     this.elevationLayer_ = elevationLayer;
-    this.center_ = center;
+    this.center_ = normalizeCenter(center);
     this.layers_ = layers;
     this.size_ = size;
     this.halfExtent_ = halfExtent;
@@ -62,7 +66,7 @@ export class GlobeView {
   }
 
   setCenter(center) {
-    this.center_ = [wrapLongitude(center[0]), Math.max(-90, Math.min(90, center[1]))];
+    this.center_ = normalizeCenter(center);
     this.onCenterChange_(this.center_);
     this.load_();
   }
