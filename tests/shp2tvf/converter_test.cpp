@@ -15,13 +15,13 @@
 #include "tests/support/message_capture.h"
 #include "tests/support/temp_dir.h"
 #include "tests/tools/tools_test_support.h"
+#include "toolkit/strings.h"
 
 namespace vmp {
 namespace {
 
 using test::FieldSpec;
 using test::PointShape;
-using test::ShapeSpec;
 using test::Points;
 
 struct Converted {
@@ -46,120 +46,72 @@ Converted Convert(const std::string& shp, Shp2TvfSettings settings = {},
   return c;
 }
 
-std::vector<int> Flags(const VectorData& data) {
-  std::vector<int> flags;
-  for (const auto& f : data.features) flags.push_back(f->flag);
-  return flags;
-}
-
-Points PointsOf(const Feature& f) {
-  Points points;
-  for (const PolygonPoint& p : f.AsPolygon()->points) points.emplace_back(p.x, p.y);
-  return points;
+// Per record "flag:points" (polygons) or "m<type>:<label>" (markers), then
+// its attributes "index=value", strings quoted.
+std::string Describe(const VectorData& data) {
+  std::string text;
+  for (const auto& f : data.features) {
+    if (const PolygonFeature* p = f->AsPolygon()) text += kav::StrPrintf("%d:%zu", f->flag, p->points.size());
+    else text += kav::StrPrintf("m%u:%s", f->AsMarker()->marker_type, f->AsMarker()->label.value_or("-").c_str());
+    for (const Attribute& a : f->attributes) {
+      const bool string = a.value.type == ValueType::kString;
+      text += string ? kav::StrPrintf(" %lld='%s'", static_cast<long long>(a.index), a.value.text.value_or("-").c_str())
+                     : kav::StrPrintf(" %lld=%g", static_cast<long long>(a.index), a.value.numbers[0]);
+    }
+    text += "; ";
+  }
+  return text;
 }
 
 const Points kSquare = {{0, 0}, {0, 1}, {1, 1}, {1, 0}};  // clockwise
 const Points kHole = {{0.2, 0.2}, {0.8, 0.2}, {0.8, 0.8}, {0.2, 0.8}};  // counter-clockwise
 const Points kFar = {{5, 5}, {5, 6}, {6, 6}};
 
-TEST(ConverterTest, SelectedFieldsAreNumberedInSelectionOrder) {
+// Selected fields are numbered in selection order; numbers that cannot be
+// read become -1 (whatever the message says); logical fields 1 or 0.
+TEST(ConverterTest, FieldsAndLabels) {
   test::TempDir dir;
-  const std::vector<FieldSpec> fields = {{"F0", FTString}, {"F1", FTString}, {"F2", FTInteger},
-                                         {"F3", FTString}, {"F4", FTString}, {"F5", FTString}};
-  const std::vector<std::string> row = {"v0", "v1", "42", "v3", "v4", "v5"};
-  const std::string shp =
-      test::WriteShapefile(dir / "t", SHPT_POINT, fields, {PointShape(1, 2, row)});
-  Shp2TvfSettings s;
-  s.selection = AttrSelection::kList;
-  s.attrs = {5, 2};
-  Converted c = Convert(shp, s);
-  ASSERT_EQ(c.status, ConvertStatus::kOk) << c.messages;
-  ASSERT_EQ(c.data.FeatureCount(), 1);
-  const Feature& f = *c.data.features[0];
-  ASSERT_EQ(f.AttributeCount(), 2);
-  EXPECT_EQ(f.FindAttribute(0)->value, TypedValue::String("v5"));
-  EXPECT_EQ(f.FindAttribute(1)->value, TypedValue::Double(42.0));
-
-  s.selection = AttrSelection::kNone;
-  EXPECT_EQ(Convert(shp, s).data.features[0]->AttributeCount(), 0);
-  EXPECT_EQ(Convert(shp).data.features[0]->AttributeCount(), 6);
-}
-
-TEST(ConverterTest, PartsBecomeRecordsWithContinuationFlags) {
-  test::TempDir dir;
-  const std::vector<FieldSpec> fields = {{"NAME", FTString}};
-  const std::string polygons = test::WriteShapefile(
-      dir / "poly", SHPT_POLYGONZ, fields,
-      {{{kSquare, kHole, kFar}, {"three"}}, {{kFar}, {"one"}}});
-  const std::string arcs = test::WriteShapefile(dir / "arc", SHPT_ARC, fields,
-                                                {{{kSquare, kFar}, {"two"}}});
-  struct Case {
-    const char* name;
-    std::string shp;
-    bool close;
-    std::vector<int> flags;
-    std::vector<size_t> counts;
-  } cases[] = {
-      {"polygon", polygons, false, {1, 1, 0, 0}, {4, 4, 3, 3}},
-      {"closed polygon", polygons, true, {1, 1, 0, 0}, {5, 5, 4, 4}},
-      {"arcs are never closed", arcs, true, {1, 0}, {4, 3}},
-  };
-  for (const Case& k : cases) {
-    Shp2TvfSettings s;
-    s.close_polygons = k.close;
-    for (TvfFormat format : {TvfFormat::kAscii, TvfFormat::kBinary}) {
-      Converted c = Convert(k.shp, s, format);
-      ASSERT_EQ(c.status, ConvertStatus::kOk) << k.name << c.messages;
-      EXPECT_EQ(Flags(c.data), k.flags) << k.name;
-      std::vector<size_t> counts;
-      for (const auto& f : c.data.features) {
-        counts.push_back(f->AsPolygon()->points.size());
-        EXPECT_EQ(f->FindAttribute(0)->value.type, ValueType::kString) << k.name;
-      }
-      EXPECT_EQ(counts, k.counts) << k.name;
-    }
-  }
-  Shp2TvfSettings closing;
-  closing.close_polygons = true;
-  Converted c = Convert(polygons, closing);
-  Points expected = kHole;
-  expected.push_back(kHole.front());
-  EXPECT_EQ(PointsOf(*c.data.features[1]), expected);
-  EXPECT_EQ(*c.data.features[0]->FindAttribute(0)->value.text, "three");
-  EXPECT_EQ(*c.data.features[2]->FindAttribute(0)->value.text, "three");
-}
-
-TEST(ConverterTest, FieldTypesAndLabels) {
-  test::TempDir dir;
-  const std::vector<FieldSpec> fields = {{"NAME", FTString}, {"POP", FTDouble, 12, 2},
-                                         {"OK", FTLogical, 1}};
+  const std::vector<FieldSpec> fields = {{"NAME", FTString}, {"POP", FTDouble, 12, 2}, {"OK", FTLogical, 1},
+                                         {"N", FTInteger}};
   const std::string shp = test::WriteShapefile(
       dir / "n", SHPT_POINTZ, fields,
-      {PointShape(1.5, -2.25, {"Paris", "12.5", "T"}), PointShape(0, 0, {"", "lots", "y"}),
-       PointShape(0, 0, {"c", "-3", "F"}), PointShape(0, 0, {"d", "7", ""})});
-  Shp2TvfSettings labeled;
-  labeled.marker_label_attr = 0;
-  Converted c = Convert(shp, labeled);
-  ASSERT_EQ(c.status, ConvertStatus::kOk);
-  const double expected[][2] = {{12.5, 1.0}, {-1.0, 1.0}, {-3.0, 0.0}, {7.0, 0.0}};
-  for (size_t k = 0; k < 4; ++k) {
-    EXPECT_EQ(c.data.features[k]->FindAttribute(1)->value, TypedValue::Double(expected[k][0]));
-    EXPECT_EQ(c.data.features[k]->FindAttribute(2)->value, TypedValue::Double(expected[k][1]));
+      {PointShape(1.5, -2.25, {"Paris", "12.5", "T", "42"}), PointShape(0, 0, {"", "lots", "y", "1"}),
+       PointShape(0, 0, {"c", "-3", "F", "2"}), PointShape(0, 0, {"d", "7", "", "3"})});
+  Shp2TvfSettings all, list, none;
+  list.selection = AttrSelection::kList;
+  list.attrs = {3, 1, 0};
+  list.marker_label_attr = 0;
+  none.selection = AttrSelection::kNone;
+  const std::string lots = shp + ": Can't convert attribute value <lots> to double, using -1000.\n";
+  const struct {
+    Shp2TvfSettings settings;
+    std::string records, messages;
+  } cases[] = {
+      {all,
+       "m0:- 0='Paris' 1=12.5 2=1 3=42; m0:- 0='' 1=-1 2=1 3=1; m0:- 0='c' 1=-3 2=0 3=2; "
+       "m0:- 0='d' 1=7 2=0 3=3; ",
+       lots},
+      {list, "m1:Paris 0=42 1=12.5 2='Paris'; m1: 0=1 1=-1 2=''; m1:c 0=2 1=-3 2='c'; m1:d 0=3 1=7 2='d'; ", lots},
+      {none, "m0:-; m0:-; m0:-; m0:-; ", ""},
+  };
+  for (const auto& c : cases) {
+    Converted r = Convert(shp, c.settings);
+    ASSERT_EQ(r.status, ConvertStatus::kOk) << r.messages;
+    EXPECT_EQ(Describe(r.data), c.records);
+    EXPECT_EQ(r.messages, c.messages);
   }
-  EXPECT_EQ(c.messages, shp + ": Can't convert attribute value <lots> to double, using -1000.\n");
-  const MarkerFeature& paris = *c.data.features[0]->AsMarker();
-  EXPECT_EQ(paris.marker_type, 1u);
-  EXPECT_EQ(paris.label, "Paris");
+  const MarkerFeature& paris = *Convert(shp).data.features[0]->AsMarker();
   EXPECT_EQ(std::make_pair(paris.x, paris.y), std::make_pair(1.5, -2.25));
-  EXPECT_EQ(c.data.features[1]->AsMarker()->label, "");
-  EXPECT_EQ(Convert(shp).data.features[0]->AsMarker()->marker_type, 0u);
 
-  const std::pair<int, std::string> bad[] = {
-      {1, ": Marker label attr must be of FTString type!\n"},
-      {3, ": Marker label attr index is greater than num shp attrs.\n"}};
-  for (const auto& [label, message] : bad) {
+  // Fields that cannot be used stop the tool, leaving no output behind.
+  const std::pair<std::vector<int>, std::string> bad[] = {
+      {{1}, ": Marker label attr must be of FTString type!\n"},
+      {{4}, ": Marker label attr index is greater than num shp attrs.\n"},
+      {{0, 7}, ": Invalid attribute index=7\n"}};
+  for (const auto& [columns, message] : bad) {
     Shp2TvfSettings s;
-    s.marker_label_attr = label;
+    if (columns.size() == 1) s.marker_label_attr = columns[0];
+    else s.selection = AttrSelection::kList, s.attrs = columns;
     Converted r = Convert(shp, s);
     EXPECT_EQ(r.status, ConvertStatus::kFatal);
     EXPECT_EQ(r.messages, shp + message);
@@ -167,14 +119,42 @@ TEST(ConverterTest, FieldTypesAndLabels) {
   }
 }
 
-TEST(ConverterTest, SkippedShapesAndStoppingConditions) {
+TEST(ConverterTest, PartsBecomeRecordsWithContinuationFlags) {
   test::TempDir dir;
   const std::vector<FieldSpec> fields = {{"NAME", FTString}};
-  ShapeSpec null_shape{{}, {"n"}, SHPT_NULL};
-  const std::string shp = test::WriteShapefile(dir / "m", SHPT_ARC, fields,
-                                               {{{kFar}, {"a"}}, null_shape, {{kFar}, {"b"}}});
-  const std::string multi = test::WriteShapefile(dir / "mp", SHPT_MULTIPOINTZ, fields,
-                                                 {{{kFar}, {"m"}}});
+  const std::string polygons = test::WriteShapefile(dir / "poly", SHPT_POLYGONZ, fields,
+                                                    {{{kSquare, kHole, kFar}, {"three"}}, {{kFar}, {"one"}}});
+  const std::string arcs = test::WriteShapefile(dir / "arc", SHPT_ARC, fields, {{{kSquare, kFar}, {"two"}}});
+  const struct {
+    std::string shp;
+    bool close;
+    std::string records;
+  } cases[] = {
+      {polygons, false, "1:4 0='three'; 1:4 0='three'; 0:3 0='three'; 0:3 0='one'; "},
+      {polygons, true, "1:5 0='three'; 1:5 0='three'; 0:4 0='three'; 0:4 0='one'; "},
+      {arcs, true, "1:4 0='two'; 0:3 0='two'; "},  // arcs are never closed
+  };
+  for (const auto& c : cases) {
+    Shp2TvfSettings s;
+    s.close_polygons = c.close;
+    for (TvfFormat format : {TvfFormat::kAscii, TvfFormat::kBinary}) {
+      Converted r = Convert(c.shp, s, format);
+      ASSERT_EQ(r.status, ConvertStatus::kOk) << r.messages;
+      EXPECT_EQ(Describe(r.data), c.records);
+    }
+  }
+  Shp2TvfSettings closing;
+  closing.close_polygons = true;
+  Points expected = kHole;
+  expected.push_back(kHole.front());
+  EXPECT_EQ(test::Geometry(Convert(polygons, closing).data)[1], expected);
+}
+
+TEST(ConverterTest, SkippedShapesAndMissingFiles) {
+  test::TempDir dir;
+  const std::string shp = test::WriteShapefile(dir / "m", SHPT_ARC, {{"NAME", FTString}},
+                                               {{{kFar}, {"a"}}, {{}, {"n"}, SHPT_NULL}, {{kFar}, {"b"}}});
+  const std::string multi = test::WriteShapefile(dir / "mp", SHPT_MULTIPOINTZ, {{"NAME", FTString}}, {{{kFar}, {"m"}}});
   Converted c = Convert(shp);
   ASSERT_EQ(c.status, ConvertStatus::kOk);
   EXPECT_EQ(c.data.FeatureCount(), 2);
@@ -186,23 +166,16 @@ TEST(ConverterTest, SkippedShapesAndStoppingConditions) {
   quiet.suppress_warnings = true;
   EXPECT_EQ(Convert(shp, quiet).messages, "");
 
-  Shp2TvfSettings bad_field;
-  bad_field.selection = AttrSelection::kList;
-  bad_field.attrs = {0, 7};
-  Converted r = Convert(shp, bad_field);
-  EXPECT_EQ(r.status, ConvertStatus::kFatal);
-  EXPECT_EQ(r.messages, shp + ": Invalid attribute index=7\n");
-
   std::remove((dir / "m.dbf").c_str());
-  EXPECT_EQ(Convert(shp).messages, shp + ": DBFOpen failed, is the DBF file missing?\n");
-  EXPECT_EQ(Convert(shp).status, ConvertStatus::kFailed);
+  c = Convert(shp);
+  EXPECT_EQ(c.status, ConvertStatus::kFailed);
+  EXPECT_EQ(c.messages, shp + ": DBFOpen failed, is the DBF file missing?\n");
   EXPECT_EQ(Convert(dir / "none.shp").status, ConvertStatus::kFailed);
 }
 
 TEST(ConverterTest, ValidateCountsRingsWoundTheWrongWay) {
   test::TempDir dir;
-  Points ccw_square(kSquare.rbegin(), kSquare.rend());
-  Points cw_hole(kHole.rbegin(), kHole.rend());
+  const Points ccw_square(kSquare.rbegin(), kSquare.rend()), cw_hole(kHole.rbegin(), kHole.rend());
   const std::string shp = test::WriteShapefile(
       dir / "w", SHPT_POLYGON, {{"N", FTInteger}},
       {{{kSquare, kHole}, {"1"}}, {{ccw_square, cw_hole}, {"2"}}, {{kSquare, cw_hole}, {"3"}}});
@@ -221,8 +194,8 @@ TEST(ConverterTest, LoaderReadsShapefilesThroughTheConverter) {
                                                {{{kSquare, kFar}, {"x"}}});
   VectorData data;
   ASSERT_TRUE(LoadTvfFile(shp, TvfSource::kByName, data));
-  EXPECT_EQ(Flags(data), (std::vector<int>{1, 0}));
-  EXPECT_EQ(PointsOf(*data.features[1]), kFar);
+  EXPECT_EQ(Describe(data), "1:4 0='x'; 0:3 0='x'; ");
+  EXPECT_EQ(test::Geometry(data)[1], kFar);
   test::MessageCapture capture;
   EXPECT_FALSE(LoadTvfFile(dir / "missing.shp", TvfSource::kByName, data));
   EXPECT_TRUE(capture.Contains("Error converting shape file: "));
