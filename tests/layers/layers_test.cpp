@@ -34,7 +34,7 @@ std::string Single(const char* type, const char* file, const char* extra) {
                         "MIN LON=-180\nMAX LON=180\nMIN LAT=-90\nMAX LAT=90\n%s", type, file, extra);
 }
 
-// "name=mode", then "++", include/exclude chain counts and alias zoom.
+// "name=mode", then "++" and the include/exclude chain counts.
 std::string Describe(const std::vector<SelectedLayer>& selection) {
   std::string text;
   for (const SelectedLayer& s : selection) {
@@ -42,9 +42,6 @@ std::string Describe(const std::vector<SelectedLayer>& selection) {
     if (s.override_zoom) text += " ++";
     if (!s.include_conditions.empty()) text += " inc" + std::to_string(s.include_conditions.chains.size());
     if (!s.exclude_conditions.empty()) text += " exc" + std::to_string(s.exclude_conditions.chains.size());
-    if (s.alias_min_zoom != -1 || s.alias_max_zoom != -1) {
-      text += kav::StrPrintf(" zoom%g..%g", s.alias_min_zoom, s.alias_max_zoom);
-    }
   }
   return text;
 }
@@ -154,11 +151,10 @@ TEST_F(LayersTest, LayerStrings) {
       {"++*", every_, {"Warning: Ignoring ++ override for default or * layers."}},
       {"allbox", every_, {"Warning: Ignoring alias conditions for default or * layers."}},
       {"default", "c=1", {}},
-      {"a,b,-*,c", "c=1", {}},
+      {"a,,b,-*,c", "c=1", {}},  // an empty token is reported from verbosity 1 on
       {"++a, b @5==3", "a=1 ++; b=2 inc1", {}},
       {"a@5==3,a@6==4 || @7==1,-a@8==1", "a=2 inc3 exc1", {}},
       {"a,a@5==3,-b@5==3", "a=1; b=0", {}},  // ignored: a is on, b is off
-      {"range", "c=1 zoom2..8", {}},
       {"-ab", "", {"Warning: Ignoring \"-\" prefix for an alias: ab"}},
       {"++ab@5==1", "a=1; b=1",
        {"Warning: Ignoring attribute conditions for an alias: ab", "Warning: Ignoring \"++\" override for an alias: ab"}},
@@ -182,7 +178,7 @@ TEST_F(LayersTest, LayerStrings) {
   EXPECT_FALSE(SelectQueryLayers(*map));  // no QueryLayers: nothing selected
   map->record.query_layers = "nobound,-b";
   ASSERT_TRUE(SelectQueryLayers(*map));
-  EXPECT_EQ(Describe(map->layers), "c=1 zoom0..0; b=0");
+  EXPECT_EQ(Describe(map->layers), "c=1; b=0");
 }
 
 TEST_F(LayersTest, ZoomRangesAndOverride) {
@@ -284,7 +280,6 @@ TEST_F(LayersTest, FallbackAndBackgroundLayers) {
       {"detail,coarse",
        {"coarse:selected:1"},
        {name + "coarse", "Info: Ignoring fallback layer: already selected.: coarse", exceeded + "detail"}},
-      {"hi", {"base:background:1", "hi:selected:1"}, {}},
       {"outline,hi,hi2", {"outline:selected:0", "base:background:1", "hi:selected:1", "hi2:selected:1"}, {}},
       {"hi,base", {"hi:selected:1", "base:selected:1"}, {"Warning: Ignoring BACKGROUND LAYER: already selected.: base"}},
       {"nobg", {"nobg:selected:1"}, {"Error: Can't find background layer: missing"}},
