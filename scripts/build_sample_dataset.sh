@@ -93,8 +93,8 @@ IMAGE ANTIALIASING=1
 MAX TILES=32
 MAX CACHE SIZE=32
 EOF
-cat > relief.lif <<'EOF'
-# Coloured relief from the ETOPO20 elevation tiles.
+cat > elevation_tiles.lif <<'EOF'
+# The ETOPO20 elevation tiles, shared by the two layers below.
 TYPE=IMAGE
 TRANS TYPE=OPAQUE
 IMAGE FORMAT=TIF
@@ -107,23 +107,16 @@ MIN LON=-180
 MAX LON=180
 MIN LAT=-90
 MAX LAT=90
+EOF
+cat > relief.lif <<'EOF'
+# Coloured relief from the elevation tiles.
+INCLUDE=elevation_tiles.lif
 ELEVATION MODE=COLOR
 IMAGE ANTIALIASING=1
 EOF
 cat > elevation.lif <<'EOF'
 # The same tiles as data only: answers elevation queries, never drawn.
-TYPE=IMAGE
-TRANS TYPE=OPAQUE
-IMAGE FORMAT=TIF
-FILENAME=elevation/e_%_%.tif
-NUM TILES X=4
-NUM TILES Y=2
-WIDTH=1080
-HEIGHT=540
-MIN LON=-180
-MAX LON=180
-MIN LAT=-90
-MAX LAT=90
+INCLUDE=elevation_tiles.lif
 ELEVATION MODE=DATA
 EOF
 countries_grid='FILENAME=countries/c_%_%.tvf
