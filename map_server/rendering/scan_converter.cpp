@@ -13,6 +13,16 @@ namespace vmp {
 
 namespace {
 
+// std::ceil without a library call for the coordinates drawing meets (exact
+// below 2^52); huge values, infinities and NaN go to std::ceil.
+inline double Ceil(double y) {
+  if (std::fabs(y) < 4.0e15) {
+    const double t = static_cast<double>(static_cast<int64_t>(y));
+    return t < y ? t + 1.0 : t;
+  }
+  return std::ceil(y);
+}
+
 // Adds the edge from a to b unless it covers no scanline of [row_min, row_max]
 // or has a coordinate that is not a number.
 void AddEdge(std::vector<PolygonEdge>& edges, const PixelVertex& a, const PixelVertex& b,
@@ -20,8 +30,8 @@ void AddEdge(std::vector<PolygonEdge>& edges, const PixelVertex& a, const PixelV
   if (!std::isfinite(a.x) || !std::isfinite(a.y) || !std::isfinite(b.x) || !std::isfinite(b.y)) return;
   const PixelVertex& lo = a.y <= b.y ? a : b;
   const PixelVertex& hi = a.y <= b.y ? b : a;
-  const int64_t y_low = TruncToInt64(std::ceil(lo.y));
-  const int64_t y_high = TruncToInt64(std::ceil(hi.y));
+  const int64_t y_low = TruncToInt64(Ceil(lo.y));
+  const int64_t y_high = TruncToInt64(Ceil(hi.y));
   if (y_low >= y_high) return;  // horizontal, or between two scanlines
   if (y_high <= row_min || y_low > row_max) return;
   const double slope = (hi.x - lo.x) / (hi.y - lo.y);
@@ -70,7 +80,22 @@ void MergeJoined(std::vector<PolygonEdge>& active, size_t joined, std::vector<Po
 }
 
 // The first pixel column whose centre is at or right of x.
-int64_t CentreColumn(double x) { return TruncToInt64(std::ceil(x)); }
+int64_t CentreColumn(double x) { return TruncToInt64(Ceil(x)); }
+
+// Whether anything is to be filled: an empty area, an alpha of 0 and an
+// unknown kind (reported) draw nothing.
+bool WorthFilling(DrawSurface& surface, const PixelColour& colour) {
+  if (surface.active_rect().empty()) return false;
+  if (surface.location_query()) return true;
+  if (colour.alpha == 0.0) return false;
+  if (!IsKnownTransType(colour.trans_type)) {
+    ReportUnknownTransType(colour.trans_type);
+    return false;
+  }
+  return true;
+}
+
+bool ByColumn(const RowSpan& a, const RowSpan& b) { return a.x1 < b.x1; }
 
 }  // namespace
 
@@ -101,16 +126,9 @@ int64_t SpanColumn(double x, double slope) {
 bool FillPolygons(DrawSurface& surface, EdgeTables& tables, const PixelRings& rings,
                   const PixelColour& colour, FillMode mode) {
   tables.last_scanlines_ = 0;
+  if (!WorthFilling(surface, colour)) return true;
   const bool query = surface.location_query();
   const PixelRect& area = surface.active_rect();
-  if (area.empty()) return true;
-  if (!query) {
-    if (colour.alpha == 0.0) return true;
-    if (!IsKnownTransType(colour.trans_type)) {
-      ReportUnknownTransType(colour.trans_type);
-      return true;
-    }
-  }
 
   std::vector<PolygonEdge>& unsorted = tables.unsorted_;
   std::vector<PolygonEdge>& edges = tables.edges_;
@@ -129,6 +147,7 @@ bool FillPolygons(DrawSurface& surface, EdgeTables& tables, const PixelRings& ri
 
   const int64_t limit = TruncToInt64(kav::Config().vmp_iteration_max);
   int64_t iterations = 0;
+  SpanWriter writer(surface, colour);
   size_t next = 0;
   // The first scanline at which an active edge ends: the active list is
   // compacted only then.
@@ -195,10 +214,146 @@ bool FillPolygons(DrawSurface& surface, EdgeTables& tables, const PixelRings& ri
           return true;
         }
       } else {
-        DrawSpan(surface, x1, s, x2, colour);
+        writer.Draw(x1, s, x2);
       }
     }
     ++s;
+  }
+  tables.last_scanlines_ = iterations;
+  return true;
+}
+
+bool FillConvexUnion(DrawSurface& surface, EdgeTables& tables, const PixelRings& pieces,
+                     const PixelColour& colour) {
+  tables.last_scanlines_ = 0;
+  if (!WorthFilling(surface, colour)) return true;
+  const bool query = surface.location_query();
+  const PixelRect& area = surface.active_rect();
+
+  // Each piece by itself: every edge that covers scanlines (as the edge
+  // table would hold it) gives its x on those scanlines, and on each the
+  // stretch between the leftmost and the rightmost x is the piece's; it
+  // becomes the columns whose centres it holds.
+  std::vector<RowSpan>& spans = tables.spans_;
+  std::vector<double>& rows_of = tables.piece_rows_;
+  std::vector<double>& lefts = tables.piece_left_;
+  std::vector<double>& rights = tables.piece_right_;
+  spans.clear();
+  int64_t first_row = std::numeric_limits<int64_t>::max(), last_row = std::numeric_limits<int64_t>::min();
+  const double area_top = static_cast<double>(area.min_y), area_bottom = static_cast<double>(area.max_y);
+  const std::vector<PixelVertex>& points = pieces.points();
+  for (size_t r = 0; r < pieces.ring_count(); ++r) {
+    const size_t begin = pieces.RingBegin(r), end = pieces.RingEnd(r);
+    const size_t n = end - begin;
+    if (n < 3) continue;  // no area
+    const PixelVertex* p = points.data() + begin;
+    // The scanline rule on every vertex once: the first row at or below it.
+    if (rows_of.size() < n) rows_of.resize(n);
+    double top = std::numeric_limits<double>::infinity(), bottom = -top;
+    for (size_t i = 0; i < n; ++i) {
+      rows_of[i] = Ceil(p[i].y);
+      if (!std::isfinite(p[i].x) || !std::isfinite(p[i].y)) continue;
+      top = std::min(top, rows_of[i]);
+      bottom = std::max(bottom, rows_of[i]);
+    }
+    top = std::max(top, area_top);
+    bottom = std::min(bottom - 1.0, area_bottom);
+    if (!(top <= bottom)) continue;  // covers no scanline of the area
+    const int64_t row0 = TruncToInt64(top);
+    const size_t rows = static_cast<size_t>(TruncToInt64(bottom) - row0 + 1);
+    if (lefts.size() < rows) {
+      lefts.resize(rows);
+      rights.resize(rows);
+    }
+    std::fill_n(lefts.begin(), rows, std::numeric_limits<double>::infinity());
+    std::fill_n(rights.begin(), rows, -std::numeric_limits<double>::infinity());
+    for (size_t i = 0; i < n; ++i) {
+      const size_t j = i + 1 < n ? i + 1 : 0;
+      const double ra = rows_of[i], rb = rows_of[j];
+      if (ra == rb) continue;  // horizontal, or between two scanlines
+      const PixelVertex& a = p[i];
+      const PixelVertex& b = p[j];
+      if (!std::isfinite(a.x) || !std::isfinite(a.y) || !std::isfinite(b.x) || !std::isfinite(b.y)) continue;
+      const PixelVertex& lo = ra < rb ? a : b;
+      const PixelVertex& hi = ra < rb ? b : a;
+      const double y_low = std::min(ra, rb), y_high = std::max(ra, rb);
+      const double slope = (hi.x - lo.x) / (hi.y - lo.y);
+      const double x_low = lo.x + (y_low - lo.y) * slope;
+      const double from = std::max(y_low, top), to = std::min(y_high - 1.0, bottom);
+      for (double row = from; row <= to; row += 1.0) {
+        const double x = x_low + (row - y_low) * slope;
+        const size_t k = static_cast<size_t>(row - top);
+        lefts[k] = std::min(lefts[k], x);
+        rights[k] = std::max(rights[k], x);
+      }
+    }
+    for (size_t k = 0; k < rows; ++k) {
+      if (!(lefts[k] < rights[k])) continue;
+      int64_t x1 = CentreColumn(lefts[k]), x2 = CentreColumn(rights[k]);
+      if (x2 > std::numeric_limits<int64_t>::min()) --x2;
+      x1 = std::max(x1, area.min_x);
+      x2 = std::min(x2, area.max_x);
+      if (x1 > x2) continue;
+      if (query) {  // rows and columns lie within the search box
+        tables.last_scanlines_ = 1;
+        surface.set_hit(true);
+        return true;
+      }
+      const int64_t row = row0 + static_cast<int64_t>(k);
+      // Pieces come along the line: a span that meets the last one on its
+      // scanline joins it at once.
+      if (!spans.empty()) {
+        RowSpan& last = spans.back();
+        if (last.row == row && x1 <= last.x2 + 1 && x2 + 1 >= last.x1) {
+          last.x1 = std::min(last.x1, x1);
+          last.x2 = std::max(last.x2, x2);
+          continue;
+        }
+      }
+      spans.push_back({row, x1, x2});
+      first_row = std::min(first_row, row);
+      last_row = std::max(last_row, row);
+    }
+  }
+  if (spans.empty()) return true;
+
+  // By scanline (a bucket sort over the rows the spans reach), then along
+  // each scanline: overlapping and touching spans merge into one run.
+  std::vector<uint32_t>& counts = tables.row_counts_;
+  const size_t rows = static_cast<size_t>(last_row - first_row + 1);
+  counts.assign(rows + 1, 0);
+  for (const RowSpan& span : spans) ++counts[static_cast<size_t>(span.row - first_row) + 1];
+  for (size_t i = 1; i <= rows; ++i) counts[i] += counts[i - 1];
+  std::vector<RowSpan>& sorted = tables.row_spans_;
+  sorted.resize(spans.size());
+  for (const RowSpan& span : spans) sorted[counts[static_cast<size_t>(span.row - first_row)]++] = span;
+
+  const int64_t limit = TruncToInt64(kav::Config().vmp_iteration_max);
+  int64_t iterations = 0;
+  SpanWriter writer(surface, colour);
+  size_t i = 0;
+  while (i < sorted.size()) {
+    size_t row_end = i + 1;
+    while (row_end < sorted.size() && sorted[row_end].row == sorted[i].row) ++row_end;
+    if (++iterations > limit) {
+      tables.last_scanlines_ = iterations - 1;
+      ReportRunaway(iterations);
+      return false;
+    }
+    const auto first = sorted.begin() + static_cast<ptrdiff_t>(i), last = sorted.begin() + static_cast<ptrdiff_t>(row_end);
+    if (row_end - i > 1) std::sort(first, last, ByColumn);
+    int64_t x1 = first->x1, x2 = first->x2;
+    for (auto span = first + 1; span != last; ++span) {
+      if (span->x1 <= x2 + 1) {
+        x2 = std::max(x2, span->x2);
+        continue;
+      }
+      writer.Draw(x1, first->row, x2);
+      x1 = span->x1;
+      x2 = span->x2;
+    }
+    writer.Draw(x1, first->row, x2);
+    i = row_end;
   }
   tables.last_scanlines_ = iterations;
   return true;

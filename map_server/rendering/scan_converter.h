@@ -18,6 +18,13 @@
 // is drawn when x_left <= c < x_right. The spans of a scanline then never
 // share a pixel, so every pixel of a stroke is written once.
 //
+// Thin strokes have a faster way to the same pixels (FillConvexUnion): their
+// pieces are convex, so each piece covers one stretch of every scanline it
+// crosses, and the nonzero fill of pieces wound alike is the union of those
+// stretches. Each piece is scan-converted by itself, the stretches are
+// collected by scanline, sorted, merged and drawn, so that every pixel is
+// still written once; no edge table and no active list are needed.
+//
 // Only the scanlines that can show are processed: those of the clip (the
 // search box in a location query); stretches without active edges are
 // jumped. The scanlines so processed count against VmpIterationMax, so the
@@ -44,6 +51,13 @@ struct PolygonEdge {
   int32_t winding; // +1 for an edge running down the image in ring order, -1 up
 };
 
+// The pixel columns x1..x2 (both drawn) a convex piece covers on a scanline.
+struct RowSpan {
+  int64_t row;
+  int64_t x1;
+  int64_t x2;
+};
+
 enum class FillMode {
   kPolygon,  // even-odd pairs, the span-end rounding of polygons
   kStroke,   // nonzero winding, pixel centres (strokes and symbols)
@@ -63,6 +77,7 @@ class EdgeTables {
  private:
   friend bool FillPolygons(DrawSurface&, EdgeTables&, const PixelRings&, const PixelColour&,
                            FillMode);
+  friend bool FillConvexUnion(DrawSurface&, EdgeTables&, const PixelRings&, const PixelColour&);
   // Moves the built edges into the edge table ordered by first scanline.
   void SortByFirstRow(const PixelRect& area);
 
@@ -70,7 +85,11 @@ class EdgeTables {
   std::vector<PolygonEdge> edges_;     // the global edge table, by first scanline
   std::vector<PolygonEdge> active_;
   std::vector<PolygonEdge> joining_;   // edges joining the active list, for the merge
-  std::vector<uint32_t> row_counts_;   // bucket sort: edges per first processed scanline
+  std::vector<uint32_t> row_counts_;   // bucket sort: edges (or spans) per scanline
+  std::vector<RowSpan> spans_;         // FillConvexUnion: the pieces' spans as made
+  std::vector<RowSpan> row_spans_;     // and by scanline
+  std::vector<double> piece_rows_;     // a piece's vertices' first scanlines
+  std::vector<double> piece_left_, piece_right_;  // a piece's stretch on each scanline
   int64_t last_scanlines_ = 0;
 };
 
@@ -84,5 +103,13 @@ int64_t SpanColumn(double x, double slope);
 // severity 1); the caller goes on with the next polygon.
 bool FillPolygons(DrawSurface& surface, EdgeTables& tables, const PixelRings& rings,
                   const PixelColour& colour, FillMode mode = FillMode::kPolygon);
+
+// The stroke mode's fill of `pieces` when every ring is a convex polygon and
+// all are wound the same way (no holes): the same pixels as FillPolygons in
+// FillMode::kStroke, each written once. The scanlines holding spans count
+// against VmpIterationMax as FillPolygons counts its scanlines. Its memory
+// grows with the scanlines each piece covers: meant for thin strokes.
+bool FillConvexUnion(DrawSurface& surface, EdgeTables& tables, const PixelRings& pieces,
+                     const PixelColour& colour);
 
 }  // namespace vmp
