@@ -137,44 +137,9 @@ void LineStroker::AddBox(double x0, double y0, double x1, double y1, bool hole) 
 // One run of connected segments. A vertex reached by an unclipped segment
 // and left by the next one gets a join; a free end gets a cap. Of a closed
 // run, the first vertex is joined to the last segment instead of capped.
-// Drops the vertices of a run that lie closer than kMergeDistance to the
-// vertex kept before them; an open run's last vertex stays where it is (it
-// takes the place of a kept vertex too close to it). Points that are not
-// numbers are kept, with the vertices on both sides of them.
-const PixelVertex* LineStroker::MergeClosePoints(const PixelVertex* points, size_t& count, bool closed) {
-  if (count < 3) return points;
-  constexpr double kMerge2 = kMergeDistance * kMergeDistance;
-  merged_.clear();
-  merged_.push_back(points[0]);
-  for (size_t i = 1; i < count; ++i) {
-    const PixelVertex& p = points[i];
-    const PixelVertex& last = merged_.back();
-    const double dx = p.x - last.x, dy = p.y - last.y;
-    if (!(dx * dx + dy * dy < kMerge2)) {  // far enough, or not a number
-      merged_.push_back(p);
-    } else if (i + 1 == count && !closed) {
-      if (merged_.size() > 1 && Finite(merged_[merged_.size() - 2])) {
-        merged_.back() = p;
-      } else {
-        merged_.push_back(p);
-      }
-    }
-  }
-  if (closed) {
-    while (merged_.size() > 3) {
-      const double dx = merged_.back().x - merged_.front().x, dy = merged_.back().y - merged_.front().y;
-      if (!(dx * dx + dy * dy < kMerge2)) break;
-      merged_.pop_back();
-    }
-  }
-  count = merged_.size();
-  return merged_.data();
-}
-
 void LineStroker::AddSegmentRun(const PixelVertex* points, size_t count, bool closed, bool cap_start,
                                 bool cap_end) {
   if (count < 2) return;
-  points = MergeClosePoints(points, count, closed);
   const size_t segments = closed ? count : count - 1;
   bool have_previous = false;  // the last quad ended, unclipped, at previous_end
   PixelVertex previous_end{0, 0};

@@ -41,8 +41,6 @@ inline constexpr double kMinLineWidth = 1.0;
 inline constexpr double kMaxLineWidth = 1000.0;
 // Strokes up to this width (pixels) without holes are filled piece by piece.
 inline constexpr double kMaxUnionWidth = 8.0;
-// Vertices of a line closer than this (pixels) to the one before are merged.
-inline constexpr double kMergeDistance = 0.25;
 
 class LineStroker {
  public:
@@ -73,7 +71,6 @@ class LineStroker {
   bool Fill(DrawSurface& surface, EdgeTables& tables, const PixelColour& colour) const;
 
  private:
-  const PixelVertex* MergeClosePoints(const PixelVertex* points, size_t& count, bool closed);
   void AddSegmentRun(const PixelVertex* points, size_t count, bool closed, bool cap_start = true,
                      bool cap_end = true);
   void AddQuad(const PixelVertex& a, const PixelVertex& b, double ux, double uy);
@@ -83,7 +80,6 @@ class LineStroker {
   PixelRings shapes_;
   bool has_holes_ = false;        // a shape wound the other way was added
   std::vector<PixelVertex> run_;  // a ring's edge run that wraps past its end
-  std::vector<PixelVertex> merged_;  // a run without the vertices merged away
   double half_ = 0.5;
   double join_step_ = 1.0;        // radians between the points of a round join
   double single_step_cos_ = 0.5;  // turns with a larger cosine take one chord

@@ -135,12 +135,24 @@ bool FillPolygons(DrawSurface& surface, EdgeTables& tables, const PixelRings& ri
   std::vector<PolygonEdge>& active = tables.active_;
   unsorted.clear();
   active.clear();
+  // Detailed rings have many vertices to a scanline: an edge whose ends lie
+  // in the same band (the same first scanline at or below them, both above
+  // or both below the area's) covers no scanline that is processed, so only
+  // edges between bands go to AddEdge.
   const std::vector<PixelVertex>& points = rings.points();
+  const double band_min = static_cast<double>(area.min_y), band_max = static_cast<double>(area.max_y) + 1.0;
+  auto band = [&](const PixelVertex& v) { return std::clamp(Ceil(v.y), band_min, band_max); };
   for (size_t r = 0; r < rings.ring_count(); ++r) {
     const size_t begin = rings.RingBegin(r), end = rings.RingEnd(r);
     if (end - begin < 2) continue;
-    for (size_t i = begin; i + 1 < end; ++i) AddEdge(unsorted, points[i], points[i + 1], area.min_y, area.max_y);
-    AddEdge(unsorted, points[end - 1], points[begin], area.min_y, area.max_y);
+    double previous = band(points[begin]);
+    for (size_t i = begin + 1; i <= end; ++i) {
+      const size_t a = i - 1, b = i < end ? i : begin;
+      const double current = band(points[b]);
+      // NaN bands differ from everything: AddEdge drops such edges.
+      if (current != previous) AddEdge(unsorted, points[a], points[b], area.min_y, area.max_y);
+      previous = current;
+    }
   }
   if (unsorted.empty()) return true;
   tables.SortByFirstRow(area);
