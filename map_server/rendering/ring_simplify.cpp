@@ -23,13 +23,22 @@ class RingWalk {
   RingWalk(double tolerance, PixelRings& out) : t_(tolerance), t2_(tolerance * tolerance), out_(out) {}
 
   void Ring(const PixelVertex* p, const uint8_t* follows, size_t n) {
+    // Most rings are one stretch of edges with finite points: then every
+    // vertex but the last is an inner one, without further tests.
+    bool plain = true;
+    double sum = 0.0;
+    for (size_t i = 0; i + 1 < n; ++i) {
+      plain = plain && follows[i] != 0;
+      sum += (p[i].x - p[i].x) + (p[i].y - p[i].y);  // NaN unless finite
+    }
+    plain = plain && sum == 0.0 && Finite(p[n - 1]);
     Keep(p[0], follows[0]);
     bool pending = false;  // the last vertex passed over may end the segment
     size_t candidate = 0;
     for (size_t i = 1; i < n; ++i) {
       const PixelVertex& q = p[i];
-      const bool inner = i + 1 < n && follows[i - 1] && follows[i] && anchor_finite_ && Finite(q) &&
-                         Finite(p[i + 1]);
+      const bool inner = i + 1 < n && (plain || (follows[i - 1] && follows[i] && anchor_finite_ && Finite(q) &&
+                                                  Finite(p[i + 1])));
       const double vx = q.x - ax_, vy = q.y - ay_;
       const double d2 = vx * vx + vy * vy;
       if (!inner) {
