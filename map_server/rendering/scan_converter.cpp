@@ -235,110 +235,125 @@ bool FillPolygons(DrawSurface& surface, EdgeTables& tables, const PixelRings& ri
   return true;
 }
 
-bool FillConvexUnion(DrawSurface& surface, EdgeTables& tables, const PixelRings& pieces,
-                     const PixelColour& colour) {
-  tables.last_scanlines_ = 0;
-  if (!WorthFilling(surface, colour)) return true;
-  const bool query = surface.location_query();
-  const PixelRect& area = surface.active_rect();
+void PieceSpans::Clear(const PixelRect& area) {
+  area_ = area;
+  top_ = static_cast<double>(area.min_y);
+  bottom_ = static_cast<double>(area.max_y);
+  spans_.clear();
+  first_row_ = std::numeric_limits<int64_t>::max();
+  last_row_ = std::numeric_limits<int64_t>::min();
+}
 
-  // Each piece by itself: every edge that covers scanlines (as the edge
-  // table would hold it) gives its x on those scanlines, and on each the
-  // stretch between the leftmost and the rightmost x is the piece's; it
-  // becomes the columns whose centres it holds.
-  std::vector<RowSpan>& spans = tables.spans_;
-  std::vector<double>& rows_of = tables.piece_rows_;
-  std::vector<double>& lefts = tables.piece_left_;
-  std::vector<double>& rights = tables.piece_right_;
-  spans.clear();
-  int64_t first_row = std::numeric_limits<int64_t>::max(), last_row = std::numeric_limits<int64_t>::min();
-  const double area_top = static_cast<double>(area.min_y), area_bottom = static_cast<double>(area.max_y);
-  const std::vector<PixelVertex>& points = pieces.points();
-  for (size_t r = 0; r < pieces.ring_count(); ++r) {
-    const size_t begin = pieces.RingBegin(r), end = pieces.RingEnd(r);
-    const size_t n = end - begin;
-    if (n < 3) continue;  // no area
-    const PixelVertex* p = points.data() + begin;
-    // The scanline rule on every vertex once: the first row at or below it.
-    if (rows_of.size() < n) rows_of.resize(n);
-    double top = std::numeric_limits<double>::infinity(), bottom = -top;
+void PieceSpans::AddPiece(const PixelVertex* p, size_t n, bool known_finite) {
+  if (n < 3 || area_.empty()) return;
+  // The scanline rule on every vertex once: the first row at or below it.
+  if (rows_of_.size() < n) rows_of_.resize(n);
+  double top = std::numeric_limits<double>::infinity(), bottom = -top;
+  for (size_t i = 0; i < n; ++i) {
+    rows_of_[i] = Ceil(p[i].y);
+    top = std::min(top, rows_of_[i]);
+    bottom = std::max(bottom, rows_of_[i]);
+  }
+  double finite = 0.0;  // NaN unless every coordinate is finite
+  if (!known_finite) {
+    for (size_t i = 0; i < n; ++i) finite += (p[i].x - p[i].x) + (p[i].y - p[i].y);
+  }
+  if (finite != 0.0) {  // some edges are left out, as AddEdge leaves them out
+    top = std::numeric_limits<double>::infinity();
+    bottom = -top;
     for (size_t i = 0; i < n; ++i) {
-      rows_of[i] = Ceil(p[i].y);
       if (!std::isfinite(p[i].x) || !std::isfinite(p[i].y)) continue;
-      top = std::min(top, rows_of[i]);
-      bottom = std::max(bottom, rows_of[i]);
+      top = std::min(top, rows_of_[i]);
+      bottom = std::max(bottom, rows_of_[i]);
     }
-    top = std::max(top, area_top);
-    bottom = std::min(bottom - 1.0, area_bottom);
-    if (!(top <= bottom)) continue;  // covers no scanline of the area
-    const int64_t row0 = TruncToInt64(top);
-    const size_t rows = static_cast<size_t>(TruncToInt64(bottom) - row0 + 1);
-    if (lefts.size() < rows) {
-      lefts.resize(rows);
-      rights.resize(rows);
+  }
+  top = std::max(top, top_);
+  bottom = std::min(bottom - 1.0, bottom_);
+  if (!(top <= bottom)) return;  // covers no scanline of the area
+  const int64_t row0 = static_cast<int64_t>(top);
+  const size_t rows = static_cast<size_t>(static_cast<int64_t>(bottom) - row0 + 1);
+  if (lefts_.size() < rows) {
+    lefts_.resize(rows);
+    rights_.resize(rows);
+  }
+  std::fill_n(lefts_.begin(), rows, std::numeric_limits<double>::infinity());
+  std::fill_n(rights_.begin(), rows, -std::numeric_limits<double>::infinity());
+  // Every edge that covers scanlines gives its x on them, as the edge table
+  // would compute it; on each scanline the piece's stretch runs from the
+  // leftmost x to the rightmost.
+  for (size_t i = 0; i < n; ++i) {
+    const size_t j = i + 1 < n ? i + 1 : 0;
+    const double ra = rows_of_[i], rb = rows_of_[j];
+    if (ra == rb) continue;  // horizontal, or between two scanlines
+    const PixelVertex& a = p[i];
+    const PixelVertex& b = p[j];
+    if (finite != 0.0 && (!std::isfinite(a.x) || !std::isfinite(a.y) || !std::isfinite(b.x) || !std::isfinite(b.y))) {
+      continue;
     }
-    std::fill_n(lefts.begin(), rows, std::numeric_limits<double>::infinity());
-    std::fill_n(rights.begin(), rows, -std::numeric_limits<double>::infinity());
-    for (size_t i = 0; i < n; ++i) {
-      const size_t j = i + 1 < n ? i + 1 : 0;
-      const double ra = rows_of[i], rb = rows_of[j];
-      if (ra == rb) continue;  // horizontal, or between two scanlines
-      const PixelVertex& a = p[i];
-      const PixelVertex& b = p[j];
-      if (!std::isfinite(a.x) || !std::isfinite(a.y) || !std::isfinite(b.x) || !std::isfinite(b.y)) continue;
-      const PixelVertex& lo = ra < rb ? a : b;
-      const PixelVertex& hi = ra < rb ? b : a;
-      const double y_low = std::min(ra, rb), y_high = std::max(ra, rb);
-      const double slope = (hi.x - lo.x) / (hi.y - lo.y);
-      const double x_low = lo.x + (y_low - lo.y) * slope;
-      const double from = std::max(y_low, top), to = std::min(y_high - 1.0, bottom);
-      for (double row = from; row <= to; row += 1.0) {
-        const double x = x_low + (row - y_low) * slope;
-        const size_t k = static_cast<size_t>(row - top);
-        lefts[k] = std::min(lefts[k], x);
-        rights[k] = std::max(rights[k], x);
+    const PixelVertex& lo = ra < rb ? a : b;
+    const PixelVertex& hi = ra < rb ? b : a;
+    const double y_low = std::min(ra, rb), y_high = std::max(ra, rb);
+    const double slope = (hi.x - lo.x) / (hi.y - lo.y);
+    const double x_low = lo.x + (y_low - lo.y) * slope;
+    const double from = std::max(y_low, top), to = std::min(y_high - 1.0, bottom);
+    for (double row = from; row <= to; row += 1.0) {
+      const double x = x_low + (row - y_low) * slope;
+      const size_t k = static_cast<size_t>(row - top);
+      lefts_[k] = std::min(lefts_[k], x);
+      rights_[k] = std::max(rights_[k], x);
+    }
+  }
+  // The columns whose centres lie in each stretch: x_left <= c < x_right.
+  // Clamping first keeps the integer arithmetic small and clips alike.
+  const double min_x = static_cast<double>(area_.min_x) - 1.0, max_x = static_cast<double>(area_.max_x) + 1.0;
+  for (size_t k = 0; k < rows; ++k) {
+    if (!(lefts_[k] < rights_[k])) continue;
+    const int64_t x1 = std::max(static_cast<int64_t>(Ceil(std::clamp(lefts_[k], min_x, max_x))), area_.min_x);
+    const int64_t x2 = std::min(static_cast<int64_t>(Ceil(std::clamp(rights_[k], min_x, max_x))) - 1, area_.max_x);
+    if (x1 > x2) continue;
+    const int64_t row = row0 + static_cast<int64_t>(k);
+    // Pieces come along a line: a span that meets the last one on its
+    // scanline joins it at once.
+    if (!spans_.empty()) {
+      RowSpan& last = spans_.back();
+      if (last.row == row && x1 <= last.x2 + 1 && x2 + 1 >= last.x1) {
+        last.x1 = std::min(last.x1, x1);
+        last.x2 = std::max(last.x2, x2);
+        continue;
       }
     }
-    for (size_t k = 0; k < rows; ++k) {
-      if (!(lefts[k] < rights[k])) continue;
-      int64_t x1 = CentreColumn(lefts[k]), x2 = CentreColumn(rights[k]);
-      if (x2 > std::numeric_limits<int64_t>::min()) --x2;
-      x1 = std::max(x1, area.min_x);
-      x2 = std::min(x2, area.max_x);
-      if (x1 > x2) continue;
-      if (query) {  // rows and columns lie within the search box
+    spans_.push_back({row, x1, x2});
+    first_row_ = std::min(first_row_, row);
+    last_row_ = std::max(last_row_, row);
+  }
+}
+
+bool PieceSpans::Draw(DrawSurface& surface, EdgeTables& tables, const PixelColour& colour) const {
+  tables.last_scanlines_ = 0;
+  if (!WorthFilling(surface, colour) || spans_.empty()) return true;
+  const PixelRect& active = surface.active_rect();
+  if (surface.location_query()) {
+    for (const RowSpan& span : spans_) {
+      if (span.row >= active.min_y && span.row <= active.max_y && span.x1 <= active.max_x &&
+          span.x2 >= active.min_x) {
         tables.last_scanlines_ = 1;
         surface.set_hit(true);
         return true;
       }
-      const int64_t row = row0 + static_cast<int64_t>(k);
-      // Pieces come along the line: a span that meets the last one on its
-      // scanline joins it at once.
-      if (!spans.empty()) {
-        RowSpan& last = spans.back();
-        if (last.row == row && x1 <= last.x2 + 1 && x2 + 1 >= last.x1) {
-          last.x1 = std::min(last.x1, x1);
-          last.x2 = std::max(last.x2, x2);
-          continue;
-        }
-      }
-      spans.push_back({row, x1, x2});
-      first_row = std::min(first_row, row);
-      last_row = std::max(last_row, row);
     }
+    return true;
   }
-  if (spans.empty()) return true;
 
   // By scanline (a bucket sort over the rows the spans reach), then along
   // each scanline: overlapping and touching spans merge into one run.
   std::vector<uint32_t>& counts = tables.row_counts_;
-  const size_t rows = static_cast<size_t>(last_row - first_row + 1);
+  const size_t rows = static_cast<size_t>(last_row_ - first_row_ + 1);
   counts.assign(rows + 1, 0);
-  for (const RowSpan& span : spans) ++counts[static_cast<size_t>(span.row - first_row) + 1];
+  for (const RowSpan& span : spans_) ++counts[static_cast<size_t>(span.row - first_row_) + 1];
   for (size_t i = 1; i <= rows; ++i) counts[i] += counts[i - 1];
   std::vector<RowSpan>& sorted = tables.row_spans_;
-  sorted.resize(spans.size());
-  for (const RowSpan& span : spans) sorted[counts[static_cast<size_t>(span.row - first_row)]++] = span;
+  sorted.resize(spans_.size());
+  for (const RowSpan& span : spans_) sorted[counts[static_cast<size_t>(span.row - first_row_)]++] = span;
 
   const int64_t limit = TruncToInt64(kav::Config().vmp_iteration_max);
   int64_t iterations = 0;
@@ -369,6 +384,20 @@ bool FillConvexUnion(DrawSurface& surface, EdgeTables& tables, const PixelRings&
   }
   tables.last_scanlines_ = iterations;
   return true;
+}
+
+bool FillConvexUnion(DrawSurface& surface, EdgeTables& tables, const PixelRings& pieces,
+                     const PixelColour& colour) {
+  tables.last_scanlines_ = 0;
+  if (!WorthFilling(surface, colour)) return true;
+  PieceSpans& spans = tables.pieces_;
+  spans.Clear(surface.active_rect());
+  const std::vector<PixelVertex>& points = pieces.points();
+  for (size_t r = 0; r < pieces.ring_count(); ++r) {
+    const size_t begin = pieces.RingBegin(r), end = pieces.RingEnd(r);
+    spans.AddPiece(points.data() + begin, end - begin);
+  }
+  return spans.Draw(surface, tables, colour);
 }
 
 }  // namespace vmp
