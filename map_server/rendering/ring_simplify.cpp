@@ -18,6 +18,7 @@ bool Finite(const PixelVertex& v) { return std::isfinite(v.x) && std::isfinite(v
 // every vertex passed over since: a vertex can end the anchor's segment when
 // its direction lies in the cone and no vertex passed over lies farther from
 // the anchor (then the nearest point of the ray lies on the segment).
+// Vertices within the tolerance of the anchor constrain nothing.
 class RingWalk {
  public:
   RingWalk(double tolerance, PixelRings& out) : t_(tolerance), t2_(tolerance * tolerance), out_(out) {}
@@ -82,8 +83,8 @@ class RingWalk {
   // Narrows the cone to the directions that pass within the tolerance of
   // the vertex at (vx, vy), which lies in the cone.
   void Narrow(double vx, double vy, double d2) {
+    if (!(d2 > t2_)) return;  // within the tolerance of the anchor, which the segment starts at
     max_d2_ = std::max(max_d2_, d2);
-    if (!(d2 > t2_)) return;  // within the tolerance of the anchor itself
     // The tangents from the anchor to the circle of the tolerance around the
     // vertex: the vertex's direction turned by asin(t / d) either way
     // (scaled by d, which the sign tests do not mind).

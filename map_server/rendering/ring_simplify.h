@@ -4,9 +4,9 @@
 //
 // Within every stretch of edge segments of a ring, vertices are dropped as
 // long as the segment that replaces them passes within `tolerance` pixels of
-// each of them and no dropped vertex lies farther from its start than the
-// segment's end (a greedy walk along the stretch, keeping for each start the
-// cone of directions that pass close enough to every vertex so far). The
+// each of them (a greedy walk along the stretch, keeping for each start the
+// cone of directions that pass close enough to every vertex so far; a
+// vertex beyond the segment's end, farther from its start, ends it). The
 // simplified line stays within `tolerance` of the original everywhere, so a
 // fill changes only at pixel centres that lie within the tolerance of the
 // ring's boundary and a stroke only at pixel centres within the tolerance
