@@ -10,6 +10,8 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   # The WMS endpoint's end-to-end test: a web server and standard clients.
   lighttpd python3-owslib gdal-bin libxml2-utils
+  # The web deployment's browser test.
+  chromium
 )
 if [ "$#" -gt 0 ]; then packages+=("$@"); fi
 
@@ -18,6 +20,10 @@ for p in "${packages[@]}"; do
   status=$(dpkg-query -W -f='${db:Status-Status}' "$p" 2>/dev/null || true)
   [ "$status" = "installed" ] || missing+=("$p")
 done
+# Node.js and npm bundle the web page and drive the browser test. A machine
+# may have them from elsewhere already; Debian's are installed only if not.
+command -v node >/dev/null || missing+=(nodejs)
+command -v npm >/dev/null || missing+=(npm)
 [ "${#missing[@]}" -eq 0 ] && exit 0
 
 echo "Installing: ${missing[*]}"

@@ -37,33 +37,23 @@ inline std::string WriteShapefile(const std::string& base, int shape_type,
   DBFHandle dbf = DBFCreate(base.c_str());
   if (shp == nullptr || dbf == nullptr) return "";
   for (const FieldSpec& f : fields) DBFAddField(dbf, f.name.c_str(), f.type, f.width, f.decimals);
-  for (size_t s = 0; s < shapes.size(); ++s) {
+  for (int s = 0; s < static_cast<int>(shapes.size()); ++s) {
     std::vector<int> starts;
     std::vector<double> x, y, z;
     for (const auto& part : shapes[s].parts) {
       starts.push_back(static_cast<int>(x.size()));
-      for (auto [px, py] : part) {
-        x.push_back(px);
-        y.push_back(py);
-        z.push_back(99.0);  // a Z value no output may carry
-      }
+      for (auto [px, py] : part) x.push_back(px), y.push_back(py), z.push_back(99.0);  // a Z no output may carry
     }
-    const int type = shapes[s].type >= 0 ? shapes[s].type : shape_type;
-    SHPObject* o = SHPCreateObject(type, -1, static_cast<int>(starts.size()), starts.data(),
-                                   nullptr, static_cast<int>(x.size()), x.data(), y.data(),
-                                   z.data(), nullptr);
+    SHPObject* o = SHPCreateObject(shapes[s].type >= 0 ? shapes[s].type : shape_type, -1,
+                                   static_cast<int>(starts.size()), starts.data(), nullptr,
+                                   static_cast<int>(x.size()), x.data(), y.data(), z.data(), nullptr);
     SHPWriteObject(shp, -1, o);
     SHPDestroyObject(o);
-    const int record = static_cast<int>(s);
-    for (size_t k = 0; k < fields.size(); ++k) {
-      const std::string& v = k < shapes[s].row.size() ? shapes[s].row[k] : std::string();
-      const int field = static_cast<int>(k);
-      if (v.empty()) {
-        DBFWriteNULLAttribute(dbf, record, field);
-      } else {
-        // Written as text, so a number field can hold a word.
-        DBFWriteAttributeDirectly(dbf, record, field, const_cast<char*>(v.c_str()));
-      }
+    for (int k = 0; k < static_cast<int>(fields.size()); ++k) {
+      const std::string v = k < static_cast<int>(shapes[s].row.size()) ? shapes[s].row[k] : "";
+      // Written as text, so a number field can hold a word.
+      if (v.empty()) DBFWriteNULLAttribute(dbf, s, k);
+      else DBFWriteAttributeDirectly(dbf, s, k, const_cast<char*>(v.c_str()));
     }
   }
   SHPClose(shp);

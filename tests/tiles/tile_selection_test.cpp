@@ -150,6 +150,7 @@ TEST_F(TileSelectionTest, MarksTheTilesTheViewShows) {
 }
 
 TEST_F(TileSelectionTest, OutcomesAndCounts) {
+  const test::MapView four = {kRectangularProjection, 18, 36, 30, 15, 200, 100};  // around a cell corner
   const test::MapView nine = {kRectangularProjection, 9, 18, 90, 45, 200, 100};
   const test::MapView world = {kRectangularProjection, 0, 0, 360, 180, 400, 200};
   const test::MapView far = {kRectangularProjection, 0, 100, 20, 10, 200, 100};
@@ -167,6 +168,7 @@ TEST_F(TileSelectionTest, OutcomesAndCounts) {
     TileSelection outcome;
     Texts messages;
   } cases[] = {
+      {"capped", four, 3, TileSelection::kSelected, counts("vector", "capped", 4, 4, 100)},
       {"capped", nine, 0, TileSelection::kExceeded, {}},
       {"capped", nine, 3, TileSelection::kExceeded, counts("vector", "capped", 9, 4, 100)},
       {"big", world, 3, TileSelection::kExceeded, counts("vector", "big", 1001, 4, 100)},  // of 5000
@@ -202,26 +204,16 @@ TEST_F(TileSelectionTest, OutcomesAndCounts) {
   EXPECT_TRUE(capture.messages().at(0).from_toolkit);
 }
 
-}  // namespace
-}  // namespace vmp
-
-namespace vmp {
-namespace {
-
 // A single vector file without an extent covers the world; an image still needs one.
 TEST_F(TileSelectionTest, VectorFileWithoutExtentCoversTheWorld) {
   TileGrid grid;
   ASSERT_TRUE(MakeTileGrid(files_.layer("whole"), &grid));
-  EXPECT_EQ(grid.min_lon, -180);
-  EXPECT_EQ(grid.max_lon, 180);
-  EXPECT_EQ(grid.min_lat, -90);
-  EXPECT_EQ(grid.max_lat, 90);
+  EXPECT_EQ((Bounds{grid.min_lon, grid.max_lon, grid.min_lat, grid.max_lat}), (Bounds{-180, 180, -90, 90}));
   ASSERT_TRUE(MakeTileGrid(files_.layer("whole360"), &grid));
-  EXPECT_EQ(grid.min_lon, 0);
-  EXPECT_EQ(grid.max_lon, 360);
+  EXPECT_EQ((Bounds{grid.min_lon, grid.max_lon, grid.min_lat, grid.max_lat}), (Bounds{0, 360, -90, 90}));
   test::MessageCapture capture;
   EXPECT_FALSE(MakeTileGrid(files_.layer("noimage"), &grid));
-  EXPECT_TRUE(capture.Contains("Invalid tile grid for layer: noimage"));
+  EXPECT_EQ(capture.Texts(), Texts{"Error: Invalid tile grid for layer: noimage"});
 }
 
 }  // namespace

@@ -48,9 +48,11 @@ std::vector<uint8_t> WriteInput(const std::string& path, int samples, int w, int
 }
 
 // Every tile decodes to its part of the image, padded past the right and
-// bottom edges with the fill colour (zero for elevation).
+// bottom edges with the fill colour (zero for elevation). The last case is
+// one tile written straight from the image.
 TEST(ImageTilerTest, TilesDecodeToTheImageAndPadding) {
   ImageTiler().fill_colour = TileFillColour{10, 20, 30, 255};
+  const uint8_t fill[4] = {10, 20, 30, 255};
   struct Case {
     int samples, width, height, nx, ny, tile_width, tile_height;
   } cases[] = {{3, 10, 7, 3, 2, 4, 4}, {4, 5, 5, 2, 2, 3, 3}, {1, 7, 3, 4, 1, 2, 3},
@@ -65,22 +67,20 @@ TEST(ImageTilerTest, TilesDecodeToTheImageAndPadding) {
     MessageCapture capture;
     ASSERT_TRUE(TileImage(input, dir / "t_%_%.tif", c.nx, c.ny, elevation, 0));
     EXPECT_EQ(capture.Texts(), Texts{});
-    const uint8_t fill[4] = {10, 20, 30, 255};
     for (int i = 0; i < c.nx; ++i) {
       for (int j = 0; j < c.ny; ++j) {
         LoadedImage tile;
         ASSERT_TRUE(LoadImageFile(ExpandTileName(dir / "t_%_%.tif", i, j), 0, elevation, tile));
-        ASSERT_EQ(tile.width, c.tile_width);
-        ASSERT_EQ(tile.height, c.tile_height);
+        ASSERT_EQ(std::make_pair(tile.width, tile.height), (std::pair<int64_t, int64_t>(c.tile_width, c.tile_height)));
         EXPECT_EQ(tile.signed_elevation, elevation);
         const uint8_t* got = elevation ? reinterpret_cast<const uint8_t*>(tile.elevation_samples.data())
                                        : tile.pixels.data();
         for (int y = 0; y < c.tile_height; ++y) {
           for (int x = 0; x < c.tile_width; ++x) {
             const int ix = i * c.tile_width + x, iy = j * c.tile_height + y;
+            const bool inside = ix < c.width && iy < c.height;
             const uint8_t* src = image.data() + (static_cast<size_t>(iy) * c.width + ix) * c.samples;
             for (int s = 0; s < out_bytes; ++s) {
-              const bool inside = ix < c.width && iy < c.height;
               const uint8_t want = inside ? src[c.samples == 1 ? 0 : s] : elevation ? 0 : fill[s];
               ASSERT_EQ(*got++, want) << "tile " << i << "," << j << " pixel " << x << "," << y;
             }
@@ -97,7 +97,7 @@ TEST(ImageTilerTest, RefusalsAndFailedTiles) {
   TempDir dir;
   WriteInput(dir / "in.png", 1, 10, 4);
   WriteInput(dir / "in.tif", 3, 10, 4);
-  struct Case {
+  const struct {
     const char *input, *output;
     bool elevation;
     int nx;
@@ -109,7 +109,7 @@ TEST(ImageTilerTest, RefusalsAndFailedTiles) {
       {"none.tif", "o_%_%.tif", false, 2, "Error: Could not be opened: "},
       {"in.tif", "o_%_%.tif", false, 11, "Error: Tile counts must lie between 1 and the image size"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     MessageCapture capture;
     EXPECT_FALSE(TileImage(dir / c.input, dir / c.output, c.nx, 1, c.elevation, 1)) << c.output;
     ASSERT_FALSE(capture.Texts().empty());
@@ -129,13 +129,12 @@ TEST(ImageTilerTest, FillColourFromTheEnvironment) {
   const std::pair<const char*, std::optional<TileFillColour>> cases[] = {
       {" 9 8,7,6 ", TileFillColour{9, 8, 7, 6}}, {"1,2,3", TileFillColour{1, 2, 3, 0}},
       {"1,2,256", std::nullopt}, {"1,2", std::nullopt}, {"1,-2,3,4,5", std::nullopt}};
-  MessageCapture capture;
   for (const auto& [text, colour] : cases) {
     ImageTiler().fill_colour.reset();
     setenv("VMP_TILE_FILL_COLOR", text, 1);
+    MessageCapture capture;
     EXPECT_EQ(TileFill(), colour.value_or(TileFillColour{})) << text;
     EXPECT_EQ(capture.Count("Invalid VMP_TILE_FILL_COLOR, black is used: "), colour ? 0u : 1u) << text;
-    capture.Clear();
   }
   setenv("VMP_TILE_FILL_COLOR", "1,1,1", 1);
   EXPECT_EQ(TileFill(), TileFillColour{});  // fixed on first use
@@ -143,53 +142,37 @@ TEST(ImageTilerTest, FillColourFromTheEnvironment) {
   ImageTiler().fill_colour.reset();
 }
 
-// The last column and row carry the used part of their padded tiles and end
-// at the image's edge; every file reads back as a leaf SLF without messages.
-TEST(TileInfoTest, EdgeTilesCarryTheirUsedSize) {
-  struct Case {
-    int64_t width, height, nx, ny, used_width, used_height;
-  } cases[] = {{1000, 500, 3, 2, 332, 250}, {999, 500, 3, 1, 333, 500}, {640, 480, 1, 1, 640, 480},
-               {10, 10, 4, 3, 1, 2}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(testing::Message() << c.width << " in " << c.nx);
-    TempDir dir;
-    MessageCapture capture;
-    ASSERT_TRUE(WriteTileInfoFiles(dir / "i_%_%.slf", "t_%_%.jpg", c.width, c.height, c.nx, c.ny,
-                                   -90, 90, -180, 180, 0));
-    for (int64_t i = 0; i < c.nx; ++i) {
-      for (int64_t j = 0; j < c.ny; ++j) {
-        SlfNode node;
-        ASSERT_TRUE(MakeSlfRoot(ExpandTileName(dir / "i_%_%.slf", i, j), &node));
-        ASSERT_EQ(ReadSlfFile(node), 1);
-        EXPECT_EQ(node.leaf_file, ExpandTileName(dir / "t_%_%.jpg", i, j));
-        const bool last_column = i == c.nx - 1, last_row = j == c.ny - 1;
-        EXPECT_EQ(node.used_width, last_column ? std::optional<int64_t>(c.used_width) : std::nullopt);
-        EXPECT_EQ(node.used_height, last_row ? std::optional<int64_t>(c.used_height) : std::nullopt);
-        EXPECT_EQ(node.max_lon == 180.0, last_column);
-        EXPECT_EQ(node.min_lat == -90.0, last_row);
-      }
-    }
-    EXPECT_EQ(capture.Texts(), Texts{});
-  }
-}
-
-// A whole tile spans tile-width pixels of longitude; the edge tile only its
-// used part.
-TEST(TileInfoTest, FileText) {
+// 1000 x 100 pixels in 3 x 3 tiles of 334 x 34: a whole tile spans 334
+// pixels of longitude (120.24 degrees) and 34 of latitude (3.4 degrees); the
+// last column and row end at the image's edge and carry their used size.
+TEST(TileInfoTest, FileTextAndEdgeTiles) {
   TempDir dir;
-  ASSERT_TRUE(WriteTileInfoFiles(dir / "i_%_%.slf", "t_%_%.jpg", 1000, 100, 3, 1, 0, 10, -180, 180, 0));
-  const std::string head = "# file generated by a vmp parsing utility\nMIN LAT=0.000000\nMAX LAT=10.000000\n";
-  EXPECT_EQ(test::ReadFile(dir / "i_1_0.slf"),
-            head + "MIN LON=-59.760000\nMAX LON=60.480000\nUSED HEIGHT=100\nFILENAME=t_1_0.jpg\n");
-  EXPECT_EQ(test::ReadFile(dir / "i_2_0.slf"),
-            head + "MIN LON=60.480000\nMAX LON=180.000000\nUSED WIDTH=332\nUSED HEIGHT=100\nFILENAME=t_2_0.jpg\n");
+  ASSERT_TRUE(WriteTileInfoFiles(dir / "i_%_%.slf", "t_%_%.jpg", 1000, 100, 3, 3, 0, 10, -180, 180, 0));
+  const std::string head = "# file generated by a vmp parsing utility\n";
+  EXPECT_EQ(test::ReadFile(dir / "i_1_1.slf"), head + "MIN LAT=3.200000\nMAX LAT=6.600000\n"
+            "MIN LON=-59.760000\nMAX LON=60.480000\nFILENAME=t_1_1.jpg\n");
+  EXPECT_EQ(test::ReadFile(dir / "i_2_2.slf"), head + "MIN LAT=0.000000\nMAX LAT=3.200000\n"
+            "MIN LON=60.480000\nMAX LON=180.000000\nUSED WIDTH=332\nUSED HEIGHT=32\nFILENAME=t_2_2.jpg\n");
+  MessageCapture capture;
+  for (int i = 0; i < 3; ++i) {
+    for (int j = 0; j < 3; ++j) {
+      SlfNode node;
+      ASSERT_TRUE(MakeSlfRoot(ExpandTileName(dir / "i_%_%.slf", i, j), &node));
+      ASSERT_EQ(ReadSlfFile(node), 1);
+      EXPECT_EQ(node.leaf_file, ExpandTileName(dir / "t_%_%.jpg", i, j));
+      EXPECT_EQ(node.used_width, i == 2 ? std::optional<int64_t>(332) : std::nullopt) << i << "," << j;
+      EXPECT_EQ(node.used_height, j == 2 ? std::optional<int64_t>(32) : std::nullopt) << i << "," << j;
+    }
+  }
+  EXPECT_EQ(capture.Texts(), Texts{});
 }
 
+// The data files are looked for from verbosity 1 on.
 TEST(TileInfoTest, MissingDataFilesAndFailures) {
   TempDir dir;
   dir.Write("t_0_0.jpg", "x");
   MessageCapture capture;
-  ASSERT_TRUE(WriteTileInfoFile(dir / "a.slf", "none.jpg", 0, 1, 0, 1, 0, 0));  // not checked
+  ASSERT_TRUE(WriteTileInfoFile(dir / "a.slf", "none.jpg", 0, 1, 0, 1, 0, 0));
   kav::Messages().verbosity = 1;
   ASSERT_TRUE(WriteTileInfoFile(dir / "b.slf", "t_0_0.jpg", 0, 1, 0, 1, 0, 0));
   ASSERT_TRUE(WriteTileInfoFile(dir / "c.slf", "my tile.jpg", 0, 1, 0, 1, 0, 0));

@@ -1,9 +1,7 @@
-// Helpers for the tool tests: TVF files written from features, read back as
-// point lists, and standard output captured in memory.
+// Helpers for the tool tests: TVF files written from features and read back
+// as point lists.
 #pragma once
 
-#include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <utility>
@@ -52,27 +50,5 @@ inline std::vector<Points> Geometry(const VectorData& data) {
   }
   return all;
 }
-
-// A stream whose contents can be read back.
-class MemoryStream {
- public:
-  MemoryStream() : file_(open_memstream(&data_, &size_)) {}
-  ~MemoryStream() {
-    std::fclose(file_);
-    std::free(data_);
-  }
-  MemoryStream(const MemoryStream&) = delete;
-  MemoryStream& operator=(const MemoryStream&) = delete;
-  FILE* get() const { return file_; }
-  std::string text() {
-    std::fflush(file_);
-    return std::string(data_, size_);
-  }
-
- private:
-  char* data_ = nullptr;
-  size_t size_ = 0;
-  FILE* file_;
-};
 
 }  // namespace vmp::test
