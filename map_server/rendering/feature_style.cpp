@@ -39,6 +39,13 @@ void SetChannels(PixelColour& colour, const TypedValue& value) {
 
 }  // namespace
 
+bool IsStyleResource(std::string_view resource_name) {
+  for (const ResourceEntry& e : kResources) {
+    if (resource_name == e.name) return true;
+  }
+  return false;
+}
+
 FeatureStyle LayerStyle(const LayerRecord& record) {
   const DrawingAttributes& d = record.drawing;
   FeatureStyle s;

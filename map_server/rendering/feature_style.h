@@ -71,6 +71,10 @@ enum class StyleResource : uint8_t {
   kAlpha,
 };
 
+// Whether attribute maps of this resource name change how features are
+// drawn (the resources above); other maps serve labels.
+bool IsStyleResource(std::string_view resource_name);
+
 // The attribute maps of a layer that drive drawing resources.
 class StyleBindings {
  public:

@@ -77,6 +77,59 @@ bool SampleLayer(const PassLayer& layer, double lat, double lon, SampledColour& 
   return false;
 }
 
+// The plain opaque case without overlapping tiles, as SampleRow does it
+// pixel by pixel: the points that follow one another inside one RGB tile
+// are copied by a loop that keeps the tile in locals (pixel stores may
+// alias anything, so the sampler's fields would be read again for every
+// pixel); other tiles go through Sample.
+void CopyRowRuns(const TileSampler& sampler, int64_t kind, const RowCoordinates& row, int64_t count, uint8_t* pixels) {
+  using Tile = TileSampler::Tile;
+  int64_t i = 0;
+  while (i < count) {
+    if (!row.ok[i]) {
+      ++i;
+      continue;
+    }
+    const double lat = row.lat[i];
+    double lon = row.lon[i];
+    const Tile* t = sampler.FindTile(lat, lon);
+    if (t == nullptr) {
+      ++i;
+      continue;
+    }
+    uint8_t* pixel = pixels + 3 * i;
+    if (t->samples != 3) {
+      const SampledColour c = TileSampler::ColourAt(*t, TileSampler::Column(*t, lon), TileSampler::Row(*t, lat));
+      if (c.a == 255) {
+        pixel[0] = c.r;
+        pixel[1] = c.g;
+        pixel[2] = c.b;
+      } else if (c.a != 0) {
+        BlendPixelOfKind(kind, pixel, c.r, c.g, c.b, c.a / 255.0);
+      }
+      ++i;
+      continue;
+    }
+    // The first point may have needed its longitude moved by 360 degrees;
+    // the run goes on while the points lie in the tile as they are.
+    const Tile tile = *t;
+    uint8_t* out = pixel;
+    const uint8_t* src = tile.pixels + (tile.width * TileSampler::Row(tile, lat) + TileSampler::Column(tile, lon)) * 3;
+    out[0] = src[0];
+    out[1] = src[1];
+    out[2] = src[2];
+    for (++i; i < count && row.ok[i]; ++i) {
+      const double la = row.lat[i], lo = row.lon[i];
+      if (!(lo >= tile.min_lon && lo <= tile.max_lon && la >= tile.min_lat && la <= tile.max_lat)) break;
+      src = tile.pixels + (tile.width * TileSampler::Row(tile, la) + TileSampler::Column(tile, lo)) * 3;
+      out = pixels + 3 * i;
+      out[0] = src[0];
+      out[1] = src[1];
+      out[2] = src[2];
+    }
+  }
+}
+
 // Samples one layer along a row and writes it into the row's pixels.
 // kPlainSample: the image's nearest pixel as it is (the common case);
 // kPlainCopy: besides, an opaque layer of alpha 1 without a transparent
@@ -84,6 +137,12 @@ bool SampleLayer(const PassLayer& layer, double lat, double lon, SampledColour& 
 template <bool kPlainSample, bool kPlainCopy>
 void SampleRow(const PassLayer& layer, const RowCoordinates& row, int64_t count, uint8_t* pixel) {
   const TileSampler& sampler = *layer.sampler;
+  if constexpr (kPlainSample && kPlainCopy) {
+    if (!sampler.overlapping()) {
+      CopyRowRuns(sampler, layer.kind, row, count, pixel);
+      return;
+    }
+  }
   for (int64_t i = 0; i < count; ++i, pixel += 3) {
     if (!row.ok[i]) continue;
     SampledColour c;

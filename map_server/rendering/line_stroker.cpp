@@ -30,6 +30,9 @@ bool Finite(const PixelVertex& p) { return std::isfinite(p.x) && std::isfinite(p
 
 void LineStroker::Begin(const PixelRect& area, double width, LineCap cap) {
   shapes_.Clear();
+  has_holes_ = false;
+  have_last_cap_ = false;
+  piece_.clear();
   if (!(width >= kMinLineWidth)) width = kMinLineWidth;  // NaN too
   width = std::round(width * 16.0) / 16.0;  // few distinct widths: the cap's disc is kept
   width = std::min(width, kMaxLineWidth);
@@ -47,6 +50,8 @@ void LineStroker::Begin(const PixelRect& area, double width, LineCap cap) {
       cap_points_.push_back({half_ * std::cos(a), half_ * std::sin(a)});
     }
   }
+  thin_ = 2.0 * half_ <= kMaxUnionWidth;
+  line_spans_.Clear(area);
   const double margin = half_ + 2.0;
   left_ = static_cast<double>(area.min_x) - margin;
   right_ = static_cast<double>(area.max_x) + margin;
@@ -54,8 +59,30 @@ void LineStroker::Begin(const PixelRect& area, double width, LineCap cap) {
   bottom_ = static_cast<double>(area.max_y) + margin;
 }
 
+void LineStroker::PiecePoint(double x, double y) {
+  if (thin_) {
+    piece_.push_back({x, y});
+  } else {
+    shapes_.Add(x, y);
+  }
+}
+
+void LineStroker::EndPiece() {
+  if (!thin_) {
+    shapes_.EndRing();
+    return;
+  }
+  line_spans_.AddPiece(piece_.data(), piece_.size(), true);
+  piece_.clear();
+}
+
 void LineStroker::AddQuad(const PixelVertex& a, const PixelVertex& b, double ux, double uy) {
   const double nx = -uy * half_, ny = ux * half_;
+  if (thin_) {
+    const PixelVertex quad[4] = {{a.x + nx, a.y + ny}, {b.x + nx, b.y + ny}, {b.x - nx, b.y - ny}, {a.x - nx, a.y - ny}};
+    line_spans_.AddPiece(quad, 4, true);
+    return;
+  }
   shapes_.Add(a.x + nx, a.y + ny);
   shapes_.Add(b.x + nx, b.y + ny);
   shapes_.Add(b.x - nx, b.y - ny);
@@ -74,33 +101,42 @@ void LineStroker::AddJoin(const PixelVertex& v, double ux1, double uy1, double u
   const double n1x = -uy1 * side * half_, n1y = ux1 * side * half_;
   const double n2x = -uy2 * side * half_, n2y = ux2 * side * half_;
   // Wound like the quads: a positive turn runs backwards.
-  shapes_.Add(v.x, v.y);
+  PiecePoint(v.x, v.y);
   if (dot >= single_step_cos_) {  // one chord does: a triangle
     if (cross > 0.0) {
-      shapes_.Add(v.x + n2x, v.y + n2y);
-      shapes_.Add(v.x + n1x, v.y + n1y);
+      PiecePoint(v.x + n2x, v.y + n2y);
+      PiecePoint(v.x + n1x, v.y + n1y);
     } else {
-      shapes_.Add(v.x + n1x, v.y + n1y);
-      shapes_.Add(v.x + n2x, v.y + n2y);
+      PiecePoint(v.x + n1x, v.y + n1y);
+      PiecePoint(v.x + n2x, v.y + n2y);
     }
-    shapes_.EndRing();
+    EndPiece();
     return;
   }
+  // The arc from n1 to n2 in equal steps, each point the one before turned
+  // by the step (n2's end of it first for a positive turn).
   const double sweep = std::atan2(cross, dot);
-  const double start = std::atan2(n1y, n1x);
   const int steps = static_cast<int>(std::ceil(std::fabs(sweep) / join_step_));
+  const double step = sweep / steps;
+  const double c = std::cos(step), s = sweep > 0.0 ? -std::sin(step) : std::sin(step);
+  double rx = sweep > 0.0 ? n2x : n1x, ry = sweep > 0.0 ? n2y : n1y;
   for (int k = 0; k <= steps; ++k) {
-    const int i = sweep > 0.0 ? steps - k : k;
-    const double a = start + sweep * i / steps;
-    shapes_.Add(v.x + half_ * std::cos(a), v.y + half_ * std::sin(a));
+    PiecePoint(v.x + rx, v.y + ry);
+    const double turned_x = rx * c - ry * s;
+    ry = rx * s + ry * c;
+    rx = turned_x;
   }
-  shapes_.EndRing();
+  EndPiece();
 }
 
 void LineStroker::AddCap(const PixelVertex& v) {
   if (cap_ != LineCap::kRound) return;
-  for (const PixelVertex& p : cap_points_) shapes_.Add(v.x + p.x, v.y + p.y);
-  shapes_.EndRing();
+  // A ring's polyline ends where it begins: its second cap adds nothing.
+  if (have_last_cap_ && v.x == last_cap_.x && v.y == last_cap_.y) return;
+  have_last_cap_ = true;
+  last_cap_ = v;
+  for (const PixelVertex& p : cap_points_) PiecePoint(v.x + p.x, v.y + p.y);
+  EndPiece();
 }
 
 void LineStroker::AddDisc(double x, double y, double radius, bool hole, double tolerance) {
@@ -109,6 +145,7 @@ void LineStroker::AddDisc(double x, double y, double radius, bool hole, double t
                            kMinCirclePoints, kMaxCirclePoints);
   // Decreasing angles wind the disc like the quads; a hole the other way.
   const double direction = hole ? 1.0 : -1.0;
+  has_holes_ = has_holes_ || hole;
   for (int k = 0; k < n; ++k) {
     const double a = direction * kTwoPi * k / n;
     shapes_.Add(x + radius * std::cos(a), y + radius * std::sin(a));
@@ -118,6 +155,7 @@ void LineStroker::AddDisc(double x, double y, double radius, bool hole, double t
 
 void LineStroker::AddBox(double x0, double y0, double x1, double y1, bool hole) {
   if (!(x0 < x1 && y0 < y1)) return;
+  has_holes_ = has_holes_ || hole;
   shapes_.Add(x0, y0);
   if (hole) {
     shapes_.Add(x1, y0);
@@ -266,9 +304,30 @@ void LineStroker::AddRingEdges(const PixelRings& rings) {
   }
 }
 
-bool LineStroker::Fill(DrawSurface& surface, EdgeTables& tables, const PixelColour& colour) const {
+bool LineStroker::Fill(DrawSurface& surface, EdgeTables& tables, const PixelColour& colour) {
   if (empty()) return true;
-  return FillPolygons(surface, tables, shapes_, colour, FillMode::kStroke);
+  if (!thin_) return FillPolygons(surface, tables, shapes_, colour, FillMode::kStroke);
+  if (has_holes_) {
+    // Holes cut out of everything added before them: the lines' spans join
+    // the shapes as boxes around their pixel centres, and all is filled by
+    // the nonzero rule.
+    for (const RowSpan& span : line_spans_.spans()) {
+      const double y = static_cast<double>(span.row);
+      shapes_.Add(static_cast<double>(span.x1) - 0.5, y - 0.5);
+      shapes_.Add(static_cast<double>(span.x1) - 0.5, y + 0.5);
+      shapes_.Add(static_cast<double>(span.x2) + 0.5, y + 0.5);
+      shapes_.Add(static_cast<double>(span.x2) + 0.5, y - 0.5);
+      shapes_.EndRing();
+    }
+    line_spans_.Clear(surface.active_rect());
+    return FillPolygons(surface, tables, shapes_, colour, FillMode::kStroke);
+  }
+  const std::vector<PixelVertex>& points = shapes_.points();
+  for (size_t r = 0; r < shapes_.ring_count(); ++r) {
+    line_spans_.AddPiece(points.data() + shapes_.RingBegin(r), shapes_.RingEnd(r) - shapes_.RingBegin(r));
+  }
+  shapes_.Clear();
+  return line_spans_.Draw(surface, tables, colour);
 }
 
 bool StrokePath(DrawSurface& surface, EdgeTables& tables, LineStroker& stroker,

@@ -14,6 +14,12 @@
 // coordinates never reach the scan converter; ends made by that clipping get
 // no cap (it would not show). Points that are not numbers break the line.
 //
+// Thin strokes (lines up to kMaxUnionWidth pixels wide) are filled as the
+// union of their convex pieces (PieceSpans), each piece scan-converted into
+// spans as it is made: the same pixels as the nonzero fill, at a fraction of
+// the cost for the many small pieces of detailed lines. Their pieces are not
+// kept as shapes (shapes() holds only discs and boxes then).
+//
 // The arrays only grow: after the first few features, building and filling a
 // stroke allocates nothing.
 #pragma once
@@ -34,6 +40,8 @@ enum class LineCap { kRound, kButt };
 // Widths are clamped to this range (pixels).
 inline constexpr double kMinLineWidth = 1.0;
 inline constexpr double kMaxLineWidth = 1000.0;
+// Strokes up to this width (pixels) are filled piece by piece.
+inline constexpr double kMaxUnionWidth = 8.0;
 
 class LineStroker {
  public:
@@ -56,12 +64,12 @@ class LineStroker {
   void AddDisc(double x, double y, double radius, bool hole = false, double tolerance = 0.2);
   void AddBox(double x0, double y0, double x1, double y1, bool hole = false);
 
-  bool empty() const { return shapes_.ring_count() == 0; }
+  bool empty() const { return shapes_.ring_count() == 0 && line_spans_.empty(); }
   const PixelRings& shapes() const { return shapes_; }
 
   // Fills everything added since Begin (in a location query: tests it
-  // against the search box). False only for a runaway scan (reported).
-  bool Fill(DrawSurface& surface, EdgeTables& tables, const PixelColour& colour) const;
+  // against the search box), once. False only for a runaway scan (reported).
+  bool Fill(DrawSurface& surface, EdgeTables& tables, const PixelColour& colour);
 
  private:
   void AddSegmentRun(const PixelVertex* points, size_t count, bool closed, bool cap_start = true,
@@ -69,8 +77,18 @@ class LineStroker {
   void AddQuad(const PixelVertex& a, const PixelVertex& b, double ux, double uy);
   void AddJoin(const PixelVertex& v, double ux1, double uy1, double ux2, double uy2);
   void AddCap(const PixelVertex& v);
+  // A join's or cap's points, then its end: into the shapes, or (thin
+  // strokes) scan-converted at once.
+  void PiecePoint(double x, double y);
+  void EndPiece();
 
   PixelRings shapes_;
+  bool has_holes_ = false;        // a shape wound the other way was added
+  bool thin_ = true;              // pieces go to line_spans_
+  PieceSpans line_spans_;
+  std::vector<PixelVertex> piece_;  // the join or cap being made
+  bool have_last_cap_ = false;
+  PixelVertex last_cap_{0, 0};
   std::vector<PixelVertex> run_;  // a ring's edge run that wraps past its end
   double half_ = 0.5;
   double join_step_ = 1.0;        // radians between the points of a round join

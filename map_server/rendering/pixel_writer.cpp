@@ -95,6 +95,25 @@ void SetMapPixel(DrawSurface& surface, int64_t x, int64_t y, const PixelColour& 
   }
 }
 
+namespace {
+
+// A run of a known kind blended pixel by pixel.
+void BlendRunOfKind(uint8_t* pixel, int64_t count, const PixelColour& colour) {
+  switch (colour.trans_type) {
+    case kTransAlphaWhite: BlendRun<kTransAlphaWhite>(pixel, count, colour); return;
+    case kTransAlphaBlack: BlendRun<kTransAlphaBlack>(pixel, count, colour); return;
+    case kTransXor: BlendRun<kTransXor>(pixel, count, colour); return;
+    case kTransBumpMap: BlendRun<kTransBumpMap>(pixel, count, colour); return;
+    default: BlendRun<kTransOpaque>(pixel, count, colour); return;
+  }
+}
+
+bool IsCopy(const PixelColour& colour) {
+  return (colour.trans_type == kTransOpaque || colour.trans_type == kTransColourOpaque) && colour.alpha == 1.0;
+}
+
+}  // namespace
+
 void DrawSpan(DrawSurface& surface, int64_t x1, int64_t y, int64_t x2, const PixelColour& colour) {
   const PixelRect& clip = surface.clip();
   if (y < clip.min_y || y > clip.max_y) return;
@@ -102,28 +121,55 @@ void DrawSpan(DrawSurface& surface, int64_t x1, int64_t y, int64_t x2, const Pix
   x2 = std::min(x2, clip.max_x);
   if (x1 > x2) return;
   if (colour.alpha == 0.0 || surface.location_query()) return;
-  uint8_t* pixel = surface.PixelAt(x1, y);
-  const int64_t count = x2 - x1 + 1;
-  const bool copy = (colour.trans_type == kTransOpaque || colour.trans_type == kTransColourOpaque) &&
-                    colour.alpha == 1.0;
-  if (count >= kTableRun && !copy && IsKnownTransType(colour.trans_type)) {
-    TableRun(pixel, count, BlendTableFor(surface, colour));
+  if (!IsKnownTransType(colour.trans_type)) {
+    ReportUnknownTransType(colour.trans_type);
     return;
   }
-  switch (colour.trans_type) {
-    case kTransOpaque:
-    case kTransColourOpaque:
-      if (colour.alpha == 1.0)
-        CopyRun(pixel, count, colour);
-      else
-        BlendRun<kTransOpaque>(pixel, count, colour);
-      return;
-    case kTransAlphaWhite: BlendRun<kTransAlphaWhite>(pixel, count, colour); return;
-    case kTransAlphaBlack: BlendRun<kTransAlphaBlack>(pixel, count, colour); return;
-    case kTransXor: BlendRun<kTransXor>(pixel, count, colour); return;
-    case kTransBumpMap: BlendRun<kTransBumpMap>(pixel, count, colour); return;
-    default: ReportUnknownTransType(colour.trans_type); return;
+  uint8_t* pixel = surface.PixelAt(x1, y);
+  const int64_t count = x2 - x1 + 1;
+  if (IsCopy(colour)) {
+    CopyRun(pixel, count, colour);
+  } else if (count >= kTableRun) {
+    TableRun(pixel, count, BlendTableFor(surface, colour));
+  } else {
+    BlendRunOfKind(pixel, count, colour);
   }
+}
+
+SpanWriter::SpanWriter(DrawSurface& surface, const PixelColour& colour)
+    : surface_(surface),
+      colour_(colour),
+      skip_(colour.alpha == 0.0 || surface.location_query()),
+      known_(IsKnownTransType(colour.trans_type)),
+      copy_(IsCopy(colour)) {}
+
+void SpanWriter::Draw(int64_t x1, int64_t y, int64_t x2) {
+  if (skip_) return;
+  if (!known_) {
+    DrawSpan(surface_, x1, y, x2, colour_);  // reports the kind
+    return;
+  }
+  const PixelRect& clip = surface_.clip();
+  if (y < clip.min_y || y > clip.max_y) return;
+  x1 = std::max(x1, clip.min_x);
+  x2 = std::min(x2, clip.max_x);
+  if (x1 > x2) return;
+  uint8_t* pixel = surface_.PixelAt(x1, y);
+  const int64_t count = x2 - x1 + 1;
+  if (copy_) {
+    CopyRun(pixel, count, colour_);
+    return;
+  }
+  if (table_ == nullptr) {
+    // Short runs blend by themselves until they add up to a table's worth.
+    blended_ += count;
+    if (blended_ < kTableRun) {
+      BlendRunOfKind(pixel, count, colour_);
+      return;
+    }
+    table_ = &BlendTableFor(surface_, colour_);
+  }
+  TableRun(pixel, count, *table_);
 }
 
 }  // namespace vmp

@@ -23,6 +23,26 @@ void SetMapPixel(DrawSurface& surface, int64_t x, int64_t y, const PixelColour& 
 // is clipped once; an unknown kind is reported once per run.
 void DrawSpan(DrawSurface& surface, int64_t x1, int64_t y, int64_t x2, const PixelColour& colour);
 
+// Writes many runs in one colour, each as DrawSpan would: the colour is
+// examined once, and once the runs add up to a few dozen pixels the blend
+// goes through the colour's blend table whatever the runs' lengths (the
+// scan converter's many short spans of thin lines). The surface must not
+// build other blend tables while the writer is in use.
+class SpanWriter {
+ public:
+  SpanWriter(DrawSurface& surface, const PixelColour& colour);
+  void Draw(int64_t x1, int64_t y, int64_t x2);
+
+ private:
+  DrawSurface& surface_;
+  const PixelColour& colour_;
+  const bool skip_;   // alpha 0, or a location query
+  const bool known_;  // a known transparency kind
+  const bool copy_;   // opaque at full alpha: copied
+  int64_t blended_ = 0;
+  const BlendTable* table_ = nullptr;
+};
+
 // The blend table of a colour of a known kind (built on first use, kept in
 // the surface's few tables).
 const BlendTable& BlendTableFor(DrawSurface& surface, const PixelColour& colour);

@@ -78,6 +78,29 @@ VMP_ROW_CLONES void GlobeRow(const MapGeometry& g, double py, double first, int 
   }
 }
 
+inline double WrapLongitude(double l) {
+  l = l > 180.0 ? l - 360.0 : l;
+  return l < -180.0 ? l + 360.0 : l;
+}
+
+// Columns of a globe row from the kernel's results: `count` columns taken
+// backwards from `lat_end` / `east_end` (mirrors: longitudes east of the
+// centre negated), or forwards; the centre's longitude added and wrapped.
+VMP_ROW_CLONES void MirrorColumns(const double* __restrict lat_end, const double* __restrict east_end, int count,
+                                  double lon0, double* __restrict lat, double* __restrict lon) {
+  for (int i = 0; i < count; ++i) {
+    lat[i] = lat_end[-i];
+    lon[i] = WrapLongitude(-east_end[-i] + lon0);
+  }
+}
+VMP_ROW_CLONES void CopyColumns(const double* __restrict half_lat, const double* __restrict east, int count,
+                                double lon0, double* __restrict lat, double* __restrict lon) {
+  for (int i = 0; i < count; ++i) {
+    lat[i] = half_lat[i];
+    lon[i] = WrapLongitude(east[i] + lon0);
+  }
+}
+
 // Columns x and W - 1 - x lie symmetrically about the centre (their px
 // differ in sign only, exactly): the same latitude, and longitudes east of
 // the centre that differ in sign only. The kernel runs over the columns at
@@ -96,15 +119,18 @@ void GlobeRowMirrored(const MapGeometry& g, double py, RowCoordinates& out) {
     out.half_east.resize(span);
   }
   GlobeRow(g, py, static_cast<double>(lo), static_cast<int>(span), out.half_lat.data(), out.half_east.data());
-  const double lon0 = g.center_lon;
-  for (int64_t x = out.first; x <= out.last; ++x) {
-    const bool right = x >= centre;
-    const size_t k = static_cast<size_t>((right ? x : last_column - x) - lo);
-    const size_t i = static_cast<size_t>(x - out.first);
-    out.lat[i] = out.half_lat[k];
-    double l = (right ? out.half_east[k] : -out.half_east[k]) + lon0;
-    l = l > 180.0 ? l - 360.0 : l;
-    out.lon[i] = l < -180.0 ? l + 360.0 : l;
+  // Left of the centre the mirrors (read backwards, longitudes negated),
+  // then the columns themselves: two plain loops that vectorise.
+  const int64_t split = std::min(std::max(out.first, centre), out.last + 1);
+  if (split > out.first) {
+    const int64_t k = last_column - out.first - lo;
+    MirrorColumns(out.half_lat.data() + k, out.half_east.data() + k, static_cast<int>(split - out.first),
+                  g.center_lon, out.lat.data(), out.lon.data());
+  }
+  if (out.last >= split) {
+    const int64_t k = split - lo, i = split - out.first;
+    CopyColumns(out.half_lat.data() + k, out.half_east.data() + k, static_cast<int>(out.last + 1 - split),
+                g.center_lon, out.lat.data() + i, out.lon.data() + i);
   }
 }
 

@@ -13,6 +13,16 @@ namespace vmp {
 
 namespace {
 
+// std::ceil without a library call for the coordinates drawing meets (exact
+// below 2^52); huge values, infinities and NaN go to std::ceil.
+inline double Ceil(double y) {
+  if (std::fabs(y) < 4.0e15) {
+    const double t = static_cast<double>(static_cast<int64_t>(y));
+    return t < y ? t + 1.0 : t;
+  }
+  return std::ceil(y);
+}
+
 // Adds the edge from a to b unless it covers no scanline of [row_min, row_max]
 // or has a coordinate that is not a number.
 void AddEdge(std::vector<PolygonEdge>& edges, const PixelVertex& a, const PixelVertex& b,
@@ -20,8 +30,8 @@ void AddEdge(std::vector<PolygonEdge>& edges, const PixelVertex& a, const PixelV
   if (!std::isfinite(a.x) || !std::isfinite(a.y) || !std::isfinite(b.x) || !std::isfinite(b.y)) return;
   const PixelVertex& lo = a.y <= b.y ? a : b;
   const PixelVertex& hi = a.y <= b.y ? b : a;
-  const int64_t y_low = TruncToInt64(std::ceil(lo.y));
-  const int64_t y_high = TruncToInt64(std::ceil(hi.y));
+  const int64_t y_low = TruncToInt64(Ceil(lo.y));
+  const int64_t y_high = TruncToInt64(Ceil(hi.y));
   if (y_low >= y_high) return;  // horizontal, or between two scanlines
   if (y_high <= row_min || y_low > row_max) return;
   const double slope = (hi.x - lo.x) / (hi.y - lo.y);
@@ -70,7 +80,22 @@ void MergeJoined(std::vector<PolygonEdge>& active, size_t joined, std::vector<Po
 }
 
 // The first pixel column whose centre is at or right of x.
-int64_t CentreColumn(double x) { return TruncToInt64(std::ceil(x)); }
+int64_t CentreColumn(double x) { return TruncToInt64(Ceil(x)); }
+
+// Whether anything is to be filled: an empty area, an alpha of 0 and an
+// unknown kind (reported) draw nothing.
+bool WorthFilling(DrawSurface& surface, const PixelColour& colour) {
+  if (surface.active_rect().empty()) return false;
+  if (surface.location_query()) return true;
+  if (colour.alpha == 0.0) return false;
+  if (!IsKnownTransType(colour.trans_type)) {
+    ReportUnknownTransType(colour.trans_type);
+    return false;
+  }
+  return true;
+}
+
+bool ByColumn(const RowSpan& a, const RowSpan& b) { return a.x1 < b.x1; }
 
 }  // namespace
 
@@ -101,34 +126,40 @@ int64_t SpanColumn(double x, double slope) {
 bool FillPolygons(DrawSurface& surface, EdgeTables& tables, const PixelRings& rings,
                   const PixelColour& colour, FillMode mode) {
   tables.last_scanlines_ = 0;
+  if (!WorthFilling(surface, colour)) return true;
   const bool query = surface.location_query();
   const PixelRect& area = surface.active_rect();
-  if (area.empty()) return true;
-  if (!query) {
-    if (colour.alpha == 0.0) return true;
-    if (!IsKnownTransType(colour.trans_type)) {
-      ReportUnknownTransType(colour.trans_type);
-      return true;
-    }
-  }
 
   std::vector<PolygonEdge>& unsorted = tables.unsorted_;
   std::vector<PolygonEdge>& edges = tables.edges_;
   std::vector<PolygonEdge>& active = tables.active_;
   unsorted.clear();
   active.clear();
+  // Detailed rings have many vertices to a scanline: an edge whose ends lie
+  // in the same band (the same first scanline at or below them, both above
+  // or both below the area's) covers no scanline that is processed, so only
+  // edges between bands go to AddEdge.
   const std::vector<PixelVertex>& points = rings.points();
+  const double band_min = static_cast<double>(area.min_y), band_max = static_cast<double>(area.max_y) + 1.0;
+  auto band = [&](const PixelVertex& v) { return std::clamp(Ceil(v.y), band_min, band_max); };
   for (size_t r = 0; r < rings.ring_count(); ++r) {
     const size_t begin = rings.RingBegin(r), end = rings.RingEnd(r);
     if (end - begin < 2) continue;
-    for (size_t i = begin; i + 1 < end; ++i) AddEdge(unsorted, points[i], points[i + 1], area.min_y, area.max_y);
-    AddEdge(unsorted, points[end - 1], points[begin], area.min_y, area.max_y);
+    double previous = band(points[begin]);
+    for (size_t i = begin + 1; i <= end; ++i) {
+      const size_t a = i - 1, b = i < end ? i : begin;
+      const double current = band(points[b]);
+      // NaN bands differ from everything: AddEdge drops such edges.
+      if (current != previous) AddEdge(unsorted, points[a], points[b], area.min_y, area.max_y);
+      previous = current;
+    }
   }
   if (unsorted.empty()) return true;
   tables.SortByFirstRow(area);
 
   const int64_t limit = TruncToInt64(kav::Config().vmp_iteration_max);
   int64_t iterations = 0;
+  SpanWriter writer(surface, colour);
   size_t next = 0;
   // The first scanline at which an active edge ends: the active list is
   // compacted only then.
@@ -195,13 +226,178 @@ bool FillPolygons(DrawSurface& surface, EdgeTables& tables, const PixelRings& ri
           return true;
         }
       } else {
-        DrawSpan(surface, x1, s, x2, colour);
+        writer.Draw(x1, s, x2);
       }
     }
     ++s;
   }
   tables.last_scanlines_ = iterations;
   return true;
+}
+
+void PieceSpans::Clear(const PixelRect& area) {
+  area_ = area;
+  top_ = static_cast<double>(area.min_y);
+  bottom_ = static_cast<double>(area.max_y);
+  spans_.clear();
+  first_row_ = std::numeric_limits<int64_t>::max();
+  last_row_ = std::numeric_limits<int64_t>::min();
+}
+
+void PieceSpans::AddPiece(const PixelVertex* p, size_t n, bool known_finite) {
+  if (n < 3 || area_.empty()) return;
+  // The scanline rule on every vertex once: the first row at or below it.
+  if (rows_of_.size() < n) rows_of_.resize(n);
+  double top = std::numeric_limits<double>::infinity(), bottom = -top;
+  for (size_t i = 0; i < n; ++i) {
+    rows_of_[i] = Ceil(p[i].y);
+    top = std::min(top, rows_of_[i]);
+    bottom = std::max(bottom, rows_of_[i]);
+  }
+  double finite = 0.0;  // NaN unless every coordinate is finite
+  if (!known_finite) {
+    for (size_t i = 0; i < n; ++i) finite += (p[i].x - p[i].x) + (p[i].y - p[i].y);
+  }
+  if (finite != 0.0) {  // some edges are left out, as AddEdge leaves them out
+    top = std::numeric_limits<double>::infinity();
+    bottom = -top;
+    for (size_t i = 0; i < n; ++i) {
+      if (!std::isfinite(p[i].x) || !std::isfinite(p[i].y)) continue;
+      top = std::min(top, rows_of_[i]);
+      bottom = std::max(bottom, rows_of_[i]);
+    }
+  }
+  top = std::max(top, top_);
+  bottom = std::min(bottom - 1.0, bottom_);
+  if (!(top <= bottom)) return;  // covers no scanline of the area
+  const int64_t row0 = static_cast<int64_t>(top);
+  const size_t rows = static_cast<size_t>(static_cast<int64_t>(bottom) - row0 + 1);
+  if (lefts_.size() < rows) {
+    lefts_.resize(rows);
+    rights_.resize(rows);
+  }
+  std::fill_n(lefts_.begin(), rows, std::numeric_limits<double>::infinity());
+  std::fill_n(rights_.begin(), rows, -std::numeric_limits<double>::infinity());
+  // Every edge that covers scanlines gives its x on them, as the edge table
+  // would compute it; on each scanline the piece's stretch runs from the
+  // leftmost x to the rightmost.
+  for (size_t i = 0; i < n; ++i) {
+    const size_t j = i + 1 < n ? i + 1 : 0;
+    const double ra = rows_of_[i], rb = rows_of_[j];
+    if (ra == rb) continue;  // horizontal, or between two scanlines
+    const PixelVertex& a = p[i];
+    const PixelVertex& b = p[j];
+    if (finite != 0.0 && (!std::isfinite(a.x) || !std::isfinite(a.y) || !std::isfinite(b.x) || !std::isfinite(b.y))) {
+      continue;
+    }
+    const PixelVertex& lo = ra < rb ? a : b;
+    const PixelVertex& hi = ra < rb ? b : a;
+    const double y_low = std::min(ra, rb), y_high = std::max(ra, rb);
+    const double slope = (hi.x - lo.x) / (hi.y - lo.y);
+    const double x_low = lo.x + (y_low - lo.y) * slope;
+    const double from = std::max(y_low, top), to = std::min(y_high - 1.0, bottom);
+    for (double row = from; row <= to; row += 1.0) {
+      const double x = x_low + (row - y_low) * slope;
+      const size_t k = static_cast<size_t>(row - top);
+      lefts_[k] = std::min(lefts_[k], x);
+      rights_[k] = std::max(rights_[k], x);
+    }
+  }
+  // The columns whose centres lie in each stretch: x_left <= c < x_right.
+  // Clamping first keeps the integer arithmetic small and clips alike.
+  const double min_x = static_cast<double>(area_.min_x) - 1.0, max_x = static_cast<double>(area_.max_x) + 1.0;
+  for (size_t k = 0; k < rows; ++k) {
+    if (!(lefts_[k] < rights_[k])) continue;
+    const int64_t x1 = std::max(static_cast<int64_t>(Ceil(std::clamp(lefts_[k], min_x, max_x))), area_.min_x);
+    const int64_t x2 = std::min(static_cast<int64_t>(Ceil(std::clamp(rights_[k], min_x, max_x))) - 1, area_.max_x);
+    if (x1 > x2) continue;
+    const int64_t row = row0 + static_cast<int64_t>(k);
+    // Pieces come along a line: a span that meets the last one on its
+    // scanline joins it at once.
+    if (!spans_.empty()) {
+      RowSpan& last = spans_.back();
+      if (last.row == row && x1 <= last.x2 + 1 && x2 + 1 >= last.x1) {
+        last.x1 = std::min(last.x1, x1);
+        last.x2 = std::max(last.x2, x2);
+        continue;
+      }
+    }
+    spans_.push_back({row, x1, x2});
+    first_row_ = std::min(first_row_, row);
+    last_row_ = std::max(last_row_, row);
+  }
+}
+
+bool PieceSpans::Draw(DrawSurface& surface, EdgeTables& tables, const PixelColour& colour) const {
+  tables.last_scanlines_ = 0;
+  if (!WorthFilling(surface, colour) || spans_.empty()) return true;
+  const PixelRect& active = surface.active_rect();
+  if (surface.location_query()) {
+    for (const RowSpan& span : spans_) {
+      if (span.row >= active.min_y && span.row <= active.max_y && span.x1 <= active.max_x &&
+          span.x2 >= active.min_x) {
+        tables.last_scanlines_ = 1;
+        surface.set_hit(true);
+        return true;
+      }
+    }
+    return true;
+  }
+
+  // By scanline (a bucket sort over the rows the spans reach), then along
+  // each scanline: overlapping and touching spans merge into one run.
+  std::vector<uint32_t>& counts = tables.row_counts_;
+  const size_t rows = static_cast<size_t>(last_row_ - first_row_ + 1);
+  counts.assign(rows + 1, 0);
+  for (const RowSpan& span : spans_) ++counts[static_cast<size_t>(span.row - first_row_) + 1];
+  for (size_t i = 1; i <= rows; ++i) counts[i] += counts[i - 1];
+  std::vector<RowSpan>& sorted = tables.row_spans_;
+  sorted.resize(spans_.size());
+  for (const RowSpan& span : spans_) sorted[counts[static_cast<size_t>(span.row - first_row_)]++] = span;
+
+  const int64_t limit = TruncToInt64(kav::Config().vmp_iteration_max);
+  int64_t iterations = 0;
+  SpanWriter writer(surface, colour);
+  size_t i = 0;
+  while (i < sorted.size()) {
+    size_t row_end = i + 1;
+    while (row_end < sorted.size() && sorted[row_end].row == sorted[i].row) ++row_end;
+    if (++iterations > limit) {
+      tables.last_scanlines_ = iterations - 1;
+      ReportRunaway(iterations);
+      return false;
+    }
+    const auto first = sorted.begin() + static_cast<ptrdiff_t>(i), last = sorted.begin() + static_cast<ptrdiff_t>(row_end);
+    if (row_end - i > 1) std::sort(first, last, ByColumn);
+    int64_t x1 = first->x1, x2 = first->x2;
+    for (auto span = first + 1; span != last; ++span) {
+      if (span->x1 <= x2 + 1) {
+        x2 = std::max(x2, span->x2);
+        continue;
+      }
+      writer.Draw(x1, first->row, x2);
+      x1 = span->x1;
+      x2 = span->x2;
+    }
+    writer.Draw(x1, first->row, x2);
+    i = row_end;
+  }
+  tables.last_scanlines_ = iterations;
+  return true;
+}
+
+bool FillConvexUnion(DrawSurface& surface, EdgeTables& tables, const PixelRings& pieces,
+                     const PixelColour& colour) {
+  tables.last_scanlines_ = 0;
+  if (!WorthFilling(surface, colour)) return true;
+  PieceSpans& spans = tables.pieces_;
+  spans.Clear(surface.active_rect());
+  const std::vector<PixelVertex>& points = pieces.points();
+  for (size_t r = 0; r < pieces.ring_count(); ++r) {
+    const size_t begin = pieces.RingBegin(r), end = pieces.RingEnd(r);
+    spans.AddPiece(points.data() + begin, end - begin);
+  }
+  return spans.Draw(surface, tables, colour);
 }
 
 }  // namespace vmp

@@ -79,6 +79,13 @@ class TileSampler {
     bool signed_elevation;
   };
 
+  // The first tile containing the point (the longitude also tried +-360,
+  // and updated), or null; what Sample looks in.
+  const Tile* FindTile(double lat, double& lon) const { return Find(lat, lon); }
+  // Whether tiles overlap (then the first in order wins, and a point inside
+  // one tile may still belong to an earlier one).
+  bool overlapping() const { return overlapping_; }
+
   static SampledColour ColourAt(const Tile& t, int64_t column, int64_t row) {
     const uint8_t* p = t.pixels + (t.width * row + column) * t.samples;
     switch (t.samples) {
@@ -177,6 +184,9 @@ class TileSampler {
     return r < 0 ? 0 : (r < t.height ? r : t.height - 1);
   }
 
+
+ public:
+  // The column and the row held of the pixel of `t` under a point inside it.
   static int64_t Column(const Tile& t, double lon) {
     const int64_t c = static_cast<int64_t>((lon - t.min_lon) * t.columns_per_degree);
     return c < t.width ? c : t.width - 1;
@@ -186,6 +196,8 @@ class TileSampler {
     return HeldRow(t, static_cast<int64_t>((t.max_lat - lat) * t.rows_per_degree));
   }
 
+
+ private:
   // The first tile containing the point; the longitude is also tried +-360
   // (and updated) when it lies outside the tiles' union.
   const Tile* Find(double lat, double& lon) const {

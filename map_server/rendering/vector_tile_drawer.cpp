@@ -6,6 +6,7 @@
 #include "map_server/layers/layer_prepare.h"
 #include "map_server/rendering/markers.h"
 #include "map_server/rendering/pixel_writer.h"
+#include "map_server/rendering/ring_simplify.h"
 #include "map_server/rendering/view_region.h"
 #include "map_server/text/label_layout.h"
 #include "map_server/vector/attr_match.h"
@@ -158,9 +159,13 @@ class TileDrawer {
     if (!edges && all_closed) return rings;
     LineStroker& stroker = scratch_.stroker;
     stroker.Begin(surface_.active_rect(), style.line_width);
-    if (edges) stroker.AddRingEdges(rings);
+    if (edges) {
+      SimplifyRings(rings, kRingTolerance, scratch_.simplified);
+      stroker.AddRingEdges(scratch_.simplified);
+    }
     if (!all_closed) {
-      scratch_.projector.Project(geometry_, scratch_.open, shift, scratch_.line_rings);
+      scratch_.projector.Project(geometry_, scratch_.open, shift, scratch_.projected);
+      SimplifyRings(scratch_.projected, kRingTolerance, scratch_.line_rings);
       stroker.AddRingEdges(scratch_.line_rings);
     }
     stroker.Fill(surface_, scratch_.edges, style.edge_colour);

@@ -10,6 +10,11 @@
 // feature (the layer's, changed by its attribute maps; feature_style.h) with
 // its zoom range, then drawing.
 //
+// Rings are simplified in pixel space before they are stroked
+// (ring_simplify.h: within a quarter of a pixel); fills take the rings as
+// projected, the scan converter passes over edges between two scanlines at
+// little cost.
+//
 // Polygons and polylines: a ring whose last point repeats its first (with
 // at least three points) is closed, any other ring is an open polyline
 // (shapefile arcs). Closed rings are filled through FillPolygons when the
@@ -72,6 +77,8 @@ struct OverrideConditions {
 struct VectorScratch {
   EdgeTables edges;
   PixelRings rings;       // closed rings of a group
+  PixelRings simplified;  // and simplified for their edges
+  PixelRings projected;   // open rings as projected
   PixelRings line_rings;  // open rings of a group
   RingProjector projector;
   LineStroker stroker;

@@ -51,7 +51,10 @@ class TvfInput {
     if (static_cast<size_t>(end_ - pos_) >= size) return pos_;
     return ContiguousSlow(size);
   }
-  // Takes `size` bytes that Contiguous made available.
+  // The bytes read ahead and not yet taken (empty at the end of the
+  // buffer); take them with Consume.
+  std::string_view Buffered() const { return {pos_, static_cast<size_t>(end_ - pos_)}; }
+  // Takes `size` bytes that Contiguous or Buffered made available.
   void Consume(size_t size) { pos_ += size; }
   // Skips size bytes; returns how many were skipped.
   size_t Skip(size_t size) {

@@ -365,41 +365,58 @@ bool TvfRecordReader::ReadAttributes(Feature& feature, int64_t count) {
 }
 
 
+// The size of the binary entry at `p` (at least 24 bytes readable) when it
+// needs no message, else 0.
+size_t PlainBinaryAttributeSize(const char* p) {
+  const int64_t index = LoadField(p), type = LoadField(p + 8);
+  if (index < 0 || index > kTvfMaxAttributeIndex) return 0;
+  if (type == 2) return 24;
+  if (type == 3) return 40;
+  if (type != 1) return 0;
+  const int64_t length = LoadField(p + 16);
+  if (length == -1) return 24;
+  if (length < 0 || length > kTvfMaxStringLength) return 0;
+  return 24 + static_cast<size_t>(length) + 1;
+}
+
 // The binary entries that need no message, straight from the input's
 // buffer: false (nothing taken) for anything else, which the field readers
 // then read with their checks and messages.
 bool SkipPlainBinaryAttribute(TvfInput& in) {
   const char* p = in.Contiguous(24);
   if (p == nullptr) return false;
-  const int64_t index = LoadField(p), type = LoadField(p + 8);
-  if (index < 0 || index > kTvfMaxAttributeIndex) return false;
-  if (type == 2) {
-    in.Consume(24);
-    return true;
-  }
-  if (type == 3) {
-    if (in.Contiguous(40) == nullptr) return false;
-    in.Consume(40);
-    return true;
-  }
-  if (type != 1) return false;
-  const int64_t length = LoadField(p + 16);
-  if (length == -1) {
-    in.Consume(24);
-    return true;
-  }
-  if (length < 0 || length > kTvfMaxStringLength) return false;
-  const size_t size = 24 + static_cast<size_t>(length) + 1;
-  if (in.Contiguous(size) == nullptr) return false;
+  const size_t size = PlainBinaryAttributeSize(p);
+  if (size == 0 || (size > 24 && in.Contiguous(size) == nullptr)) return false;
   in.Consume(size);
   return true;
+}
+
+// Skips up to `count` plain binary entries that lie wholly in the input's
+// buffer, in one pass over it; returns how many.
+int64_t SkipBufferedBinaryAttributes(TvfInput& in, int64_t count) {
+  const std::string_view buffered = in.Buffered();
+  const char* p = buffered.data();
+  const char* const end = p + buffered.size();
+  int64_t skipped = 0;
+  while (skipped < count && end - p >= 24) {
+    const size_t size = PlainBinaryAttributeSize(p);
+    if (size == 0 || static_cast<size_t>(end - p) < size) break;
+    p += size;
+    ++skipped;
+  }
+  in.Consume(static_cast<size_t>(p - buffered.data()));
+  return skipped;
 }
 
 // Reads past `count` attribute entries with the checks of ReadAttributes,
 // keeping nothing.
 bool TvfRecordReader::SkipAttributes(int64_t count) {
   for (int64_t i = 0; i < count; ++i) {
-    if (format_ == TvfFormat::kBinary && SkipPlainBinaryAttribute(in_)) continue;
+    if (format_ == TvfFormat::kBinary) {
+      i += SkipBufferedBinaryAttributes(in_, count - i);
+      if (i == count) break;
+      if (SkipPlainBinaryAttribute(in_)) continue;  // across a refill of the buffer
+    }
     int64_t index = 0, type = 0;
     if (!ReadInteger(&index) || !ReadInteger(&type) || index < 0 || index > kTvfMaxAttributeIndex) {
       Fail("Bad attribute");

@@ -105,12 +105,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   LoadedImage tile;
   tile.width = 2;
   tile.height = 2;
-  tile.samples_per_pixel = 4;
+  tile.samples_per_pixel = size % 2 ? 3 : 4;
   tile.pixels.Resize(16);
   for (size_t i = 0; i < 16; ++i) tile.pixels[i] = static_cast<uint8_t>(i * 37 + size);
   const ImageTileRef tiles[] = {{&tile, {-20, 40, -10, 60}}, {&tile, {in.Double(), in.Double(), in.Double(), in.Double()}}};
   ImageLayerInput layers[] = {{"fuzz", static_cast<int64_t>(size % 6), 0.5, {}, 0.1, tiles}};
   layers[0].bilinear = size % 4 < 2;
+  if (size % 5 == 0) layers[0].alpha = 1.0;  // the plain copy of opaque samples
   DrawImageLayers(surface, image_scratch, layers);
 
   // A grid with intervals and bounds from the input, and an outline.

@@ -128,5 +128,41 @@ TEST_F(RenderMapTest, TilesAreKeptOrReadAgainAsTheViewNeeds) {
   EXPECT_TRUE(near(At(bottom, 16, 16), blue) && near(At(bottom, 48, 16), white));
 }
 
+TEST_F(RenderMapTest, VectorTilesLoadAttributesOnlyWhenTheDrawingReadsThem) {
+  TvfOutput out = OpenTvfOutput(files_.dir() / "shapes.tvf");
+  PolygonFeature p;
+  p.points = {{-10, -10}, {10, -10}, {10, 10}, {-10, 10}, {-10, -10}};
+  p.AddAttribute(0, TypedValue::Double(5));
+  WriteTvfFeature(out.get(), TvfFormat::kBinary, p);
+  CloseTvfOutput(std::move(out));
+  files_.Write("d.thr", "INPUT DATA TYPE=VMP_D\nOUTPUT DATA TYPE=VMP_D\n0 1\n");
+  files_.Write("g.thr", "INPUT DATA TYPE=VMP_D\nOUTPUT DATA TYPE=VMP_G\n0 1 0 0\n");
+  const std::string head = std::string("TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=shapes.tvf\nFILL TYPE=FILL\n") + kWorld;
+  struct Case {
+    const char* lines;
+    bool read;
+  } cases[] = {
+      {"", false},
+      // A map serving only labels, while the labels are out of their zoom range.
+      {"CUSTOM ATTR=200 prio VMP_D\nATTR MAP=prio LabelPriority@0 d.thr ABS\nLABEL MIN ZOOM=1000\n", false},
+      {"CUSTOM ATTR=200 prio VMP_D\nATTR MAP=prio LabelPriority@0 d.thr ABS\n", true},
+      // Maps that change the drawing: on an attribute, and on the zoom.
+      {"CUSTOM ATTR=200 fill VMP_G\nATTR MAP=fill FillColor@0 g.thr ABS\nLABEL MIN ZOOM=1000\n", true},
+      {"CUSTOM ATTR=200 fill VMP_G\nATTR MAP=fill FillColor g.thr ABS\n", false},
+      {"ATTR COND=@0==5\n", true},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.lines);
+    Tiles().Clear();
+    Load({{"shapes", head + c.lines}});
+    Render("shapes");
+    const LayerTiles* state = Tiles().FindState(&files_.layer("shapes"));
+    ASSERT_NE(state, nullptr);
+    ASSERT_FALSE(state->grid_slots.empty());
+    ASSERT_NE(state->grid_slots.at(0), nullptr);
+    EXPECT_EQ(state->grid_slots.at(0)->vector.attributes_skipped, !c.read);
+  }
+}
+
 }  // namespace
 }  // namespace vmp
