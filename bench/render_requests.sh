@@ -6,7 +6,7 @@
 # Builds a dataset of two layers: the world image (data/world_image,
 # 2048 x 1024 JPEG) as one image tile, and the 1:50m countries (COUNTRIES:
 # the shapefile or its directory, default
-# /work/shared/data/ne_50m_admin_0_countries) converted with
+# data/natural_earth/ne_50m_admin_0_countries.shp) converted with
 # "-shp2tvf -b", filled and edged. Then renders 512 x 512 and 2048 x 2048
 # maps of both layers in the rectangular and orthographic projections, N
 # runs each (default 30), every run a new process (start-up, dataset, tile
@@ -20,7 +20,7 @@ cd "$(dirname "$0")/.."
 
 runs=30
 baseline=""
-countries=/work/shared/data/ne_50m_admin_0_countries
+countries=data/natural_earth/ne_50m_admin_0_countries.shp
 while [ $# -gt 0 ]; do
   case "$1" in
     --runs) runs="$2"; shift ;;

@@ -4,7 +4,7 @@
 #   bench/vector_tools.sh [--install-gdal] [--points N] [COUNTRIES]
 #
 # COUNTRIES is the 1:50m countries shapefile (or its directory); default
-# /work/shared/data/ne_50m_admin_0_countries. A synthetic shapefile of N
+# data/natural_earth/ne_50m_admin_0_countries.shp. A synthetic shapefile of N
 # points (default 1000000: polygons of two 50-point rings) is made with
 # bench_make_shapefile. Each step runs three times and the best time is
 # printed, with points per second. For comparison GDAL's ogr2ogr converts
@@ -15,7 +15,7 @@ cd "$(dirname "$0")/.."
 
 install_gdal=0
 points=1000000
-countries=/work/shared/data/ne_50m_admin_0_countries
+countries=data/natural_earth/ne_50m_admin_0_countries.shp
 while [ $# -gt 0 ]; do
   case "$1" in
     --install-gdal) install_gdal=1 ;;
