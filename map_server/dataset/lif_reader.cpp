@@ -218,9 +218,12 @@ void LifReader::Include(std::string name, const ConfigContext& context) {
   }
   std::string path = Resolve(name);
   std::string normal = NormalPath(path);
-  if (include_stack_.size() >= kMaxLifIncludeDepth ||
-      std::find(include_stack_.begin(), include_stack_.end(), normal) != include_stack_.end()) {
+  if (std::find(include_stack_.begin(), include_stack_.end(), normal) != include_stack_.end()) {
     context.Report(kError, "Recursive INCLUDE, skipping", path);
+    return;
+  }
+  if (include_stack_.size() >= kMaxLifIncludeDepth) {
+    context.Report(kError, "INCLUDE nested too deep, skipping", path);
     return;
   }
   ConfigFile file;

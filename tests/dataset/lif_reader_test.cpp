@@ -10,6 +10,7 @@
 #include "map_server/dataset/lif_keywords.h"
 #include "tests/support/message_capture.h"
 #include "tests/support/temp_dir.h"
+#include "toolkit/strings.h"
 
 namespace vmp {
 namespace {
@@ -330,6 +331,16 @@ TEST(LifReaderTest, Includes) {
   EXPECT_EQ(p.layer->record.sublif_path, dir / "tree/a.slf");
   ASSERT_NE(p.layer->record.tile_tree, nullptr);
   EXPECT_EQ(p.layer->record.tile_tree->leaf_file, dir / "tree/a.tvf");
+
+  // A long chain of distinct files is read to its depth limit, and refused as nested too deep.
+  for (int i = 0; i < 20; ++i) {
+    dir.Write(kav::StrPrintf("d%d.inc", i), kav::StrPrintf("INCLUDE=d%d.inc\nLINE WIDTH=%d\n", i + 1, i));
+  }
+  Parsed deep = Parse("TYPE=VECTOR\nTRANS TYPE=OPAQUE\nINCLUDE=d0.inc\n", lif);
+  ASSERT_NE(deep.layer, nullptr);
+  ASSERT_FALSE(deep.messages.empty());
+  EXPECT_EQ(deep.messages[0], "Error: INCLUDE nested too deep, skipping: " + dir / "d15.inc");
+  ExpectResource(*deep.layer, "LineWidth", 0.0);
 }
 
 TEST(LifReaderTest, TilesSublifChecks) {
