@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "tests/support/message_capture.h"
-#include "tests/support/temp_dir.h"
 
 namespace vmp {
 namespace {
@@ -106,19 +105,6 @@ TEST(ConfigReaderTest, WordsAndNumbers) {
   cursor = "0.1,0.2 , 0.3";
   ASSERT_TRUE(ReadColor(&cursor, &color));
   EXPECT_EQ(color, (Rgb{0.1, 0.2, 0.3}));
-}
-
-TEST(ConfigReaderTest, LoadingFiles) {
-  test::TempDir dir;
-  ConfigFile file;
-  ASSERT_TRUE(LoadConfigFile(dir.Write("a.cfg", "A=1\n"), &file));
-  EXPECT_EQ(file.text, "A=1\n");
-  EXPECT_FALSE(file.read_error);
-  EXPECT_FALSE(LoadConfigFile(dir / "missing.cfg", &file));
-  EXPECT_FALSE(LoadConfigFile("", &file));
-  ASSERT_TRUE(LoadConfigFile(dir.path(), &file));  // opens, but reading stops early
-  EXPECT_TRUE(file.read_error);
-  EXPECT_FALSE(LoadConfigFile("/dev/zero", &file));  // devices could block or never end
 }
 
 }  // namespace

@@ -22,11 +22,9 @@ Texts ReadInfo(std::unique_ptr<Dataset>* dataset, std::string_view text,
 
 TEST(DatasetInfoTest, InitialResources) {
   auto d = CreateDataset("DefaultDataset", "/data/world/set.sdf");
-  EXPECT_EQ(d->resources.resources().size(), 14u);
   EXPECT_EQ(d->StringOption(kDatasetVmpRoot), "/data/world");
   EXPECT_FALSE(d->resources.GetString(kDatasetLayerPath).value().has_value());
-  EXPECT_EQ(d->StringOption(kDatasetDefaultFont), "roman");
-  EXPECT_EQ(d->StringOption(kDatasetErrorFont), "roman");
+  EXPECT_EQ(d->StringOption(kDatasetDefaultFont) + "," + d->StringOption(kDatasetErrorFont), "roman,roman");
   const std::pair<const char*, double> numbers[] = {
       {kDatasetRelativeZoom, 0},   {kDatasetEncoding, 1},       {kDatasetGlyphCacheType, 1},
       {kDatasetAllowOverride, 1},  {kDatasetMaxImageTiles, -1}, {kDatasetMaxVectorTiles, -1}};
@@ -216,7 +214,7 @@ TEST(DatasetInfoTest, LayersAndAllowOverrideOrder) {
                                     "Error: Layer does not exist or could not be found: roads"}));
 }
 
-TEST(DatasetInfoTest, FilesThatCannotBeRead) {
+TEST(DatasetInfoTest, FilesAndVerbosity) {
   test::TempDir dir;
   const std::tuple<std::string, bool, Texts> cases[] = {
       {dir / "none.sdf", false, {"Error: Cannot open dataset info file: " + dir / "none.sdf"}},
@@ -228,9 +226,6 @@ TEST(DatasetInfoTest, FilesThatCannotBeRead) {
     EXPECT_EQ(LoadDatasetInfo(*dataset, path), ok);
     EXPECT_EQ(capture.Texts(), messages);
   }
-}
-
-TEST(DatasetInfoTest, VerbosityReports) {
   test::MessageCapture capture;
   kav::Messages().verbosity = 2;
   auto dataset = CreateDataset("DefaultDataset", "/r/set.sdf");

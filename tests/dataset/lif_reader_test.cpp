@@ -68,20 +68,11 @@ Parsed Between(const std::string& line) {
 // MaxCacheSize), except for the aliases and shortened names listed here.
 TEST(LifReaderTest, KeywordsNameTheirParameters) {
   const std::map<std::string, std::string> other_names = {
-      {"FONT=", "TextFont"},
-      {"FONT TYPE=", "TextType"},
-      {"FONT ANGLE=", "TextAngle"},
-      {"MARKER ICON SIZE=", "MarkerSize"},
-      {"TBOX MARGIN=", "TextBoxMargin"},
-      {"TBOX LINE WIDTH=", "TextBoxLineWidth"},
-      {"VTEXT LINE WIDTH=", "VTextLineWidth"},
-      {"DEFAULT ON=", "IsDefault"},
-      {"LABEL EDGE COLOR=", "LabelOutlineColor"},
-      {"LABEL CENTER=", "PolyLabelCenter"},
-      {"LABEL TYPE=", "PolyLabelType"},
-      {"IMAGE ANTIALIASING=", "ImageAntiAliasing"},
-      {"ADAPTIVE=", "AdaptiveGrid"},
-      {"LABELS=", "GridLabels"}};
+      {"FONT=", "TextFont"}, {"FONT TYPE=", "TextType"}, {"FONT ANGLE=", "TextAngle"},
+      {"MARKER ICON SIZE=", "MarkerSize"}, {"TBOX MARGIN=", "TextBoxMargin"}, {"TBOX LINE WIDTH=", "TextBoxLineWidth"},
+      {"VTEXT LINE WIDTH=", "VTextLineWidth"}, {"DEFAULT ON=", "IsDefault"}, {"LABEL EDGE COLOR=", "LabelOutlineColor"},
+      {"LABEL CENTER=", "PolyLabelCenter"}, {"LABEL TYPE=", "PolyLabelType"},
+      {"IMAGE ANTIALIASING=", "ImageAntiAliasing"}, {"ADAPTIVE=", "AdaptiveGrid"}, {"LABELS=", "GridLabels"}};
   EXPECT_EQ(LifKeywords().size(), 107u);  // a lost keyword would read as unrecognised
   for (const LifKeyword& k : LifKeywords()) {
     if (k.action != LifAction::kSetParam) continue;
@@ -163,6 +154,7 @@ TEST(LifReaderTest, EnumerationWords) {
       {"LAYOUT TYPE=", "GLOBAL", "LayoutType", 2, "none", "Invalid layout type"},
       {"ELEVATION MODE=", "DATA AS COLOR", "ElevationMode", 3, "RAW", "Invalid elevation mode"},
       {"LABEL SELECTION MODE=", "INTILE", "LabelSelectionMode", 1, "ALL", "Invalid select labels mode"},
+      {"LABEL SELECTION MODE=", "UNSET", "LabelSelectionMode", 3, "unset", "Invalid select labels mode"},
       {"GRID LABEL CHAR=", "PREPEND", "GridLabelChar", 2, "AFTER", "Invalid grid label char value"},
       {"GRADIENT TYPE=", "AROUND_GLOBE", "GradientType", 1, "LINEAR", "Invalid gradient type"},
   };
@@ -292,6 +284,11 @@ TEST(LifReaderTest, ChecksAfterTheLastLine) {
       {"TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=/abs/x.tvf\nREDIRECT FILE=r.txt",
        {Warn("Ignoring REDIRECT FILE due to absolute path in FILENAME")}},
       {kGrid + "FALLBACK=f.lif", {"Error: Invalid layer type for fallback file: t"}},
+      {"TYPE=VECTOR\nTRANS TYPE=OPAQUE\nTILES SUBLIF=/abs/t.slf\nREDIRECT FILE=r.txt",
+       {Warn("Ignoring REDIRECT FILE due to absolute path in TILES SUBLIF"), "Error: Could not be opened: /abs/t.slf"}},
+      {"TYPE=VECTOR\nTRANS TYPE=OPAQUE\nTILES SUBLIF=tree/",
+       {"Error: Can't determine slf_name in TILES SUBLIF: tree/", Err("Mandatory variable not set: Filename!"),
+        lif_file, unset + "Filename"}},
   };
   for (const Case& c : cases) {
     Parsed p = Parse(c.text);
@@ -343,7 +340,7 @@ TEST(LifReaderTest, Includes) {
   ExpectResource(*deep.layer, "LineWidth", 0.0);
 }
 
-TEST(LifReaderTest, TilesSublifChecks) {
+TEST(LifReaderTest, TilesSublifOverridesTheGrid) {
   test::TempDir dir;
   dir.Write("t.slf", "MIN LON=0\nMIN LAT=0\nMAX LON=1\nMAX LAT=1\nFILENAME=a.jpg\n");
   const std::string lif = dir / "t.lif";
@@ -352,18 +349,8 @@ TEST(LifReaderTest, TilesSublifChecks) {
   EXPECT_EQ(p.messages, Texts{"Error: TILES SUBLIF overrides NUM TILES, WIDTH and HEIGHT: " + lif});
   EXPECT_EQ(p.layer->record.num_tiles_x, 1);
   EXPECT_EQ(p.layer->record.width, 0);
-  EXPECT_NE(p.layer->record.tile_tree, nullptr);
-
-  p = Parse("TYPE=VECTOR\nTRANS TYPE=OPAQUE\nTILES SUBLIF=tree/\n", lif);
-  ASSERT_NE(p.layer, nullptr);
-  EXPECT_EQ(p.messages, (Texts{"Error: Can't determine slf_name in TILES SUBLIF: tree/",
-                               "Error: Mandatory variable not set: Filename!: " + lif,
-                               "Error: LIF file: " + lif, "Error: Mandatory variable not set!: Filename"}));
-  EXPECT_EQ(p.layer->record.tile_tree, nullptr);
-
-  p = Parse("TYPE=VECTOR\nTRANS TYPE=OPAQUE\nTILES SUBLIF=" + dir / "t.slf" + "\nREDIRECT FILE=r.txt\n", lif);
-  EXPECT_EQ(p.messages, Texts{"Warning: Ignoring REDIRECT FILE due to absolute path in TILES SUBLIF: " + lif});
-  EXPECT_TRUE(p.layer->record.redirect_path.empty());
+  ASSERT_NE(p.layer->record.tile_tree, nullptr);
+  EXPECT_EQ(p.layer->record.tile_tree->leaf_file, dir / "a.jpg");
 }
 
 TEST(LifReaderTest, CustomAttributesAndMaps) {

@@ -26,6 +26,7 @@ TEST(SlfReaderTest, NodesAndChildEntries) {
   test::MessageCapture capture;
   SlfNode leaf;
   ASSERT_TRUE(MakeSlfRoot("/t/tree\\x.slf", &leaf));
+  EXPECT_EQ(leaf.slf_path + " " + leaf.directory + " " + leaf.slf_base_name, "/t/tree/x.slf /t/tree x.slf");
   EXPECT_EQ(ReadSlfText(leaf, kBox + "FILENAME=a.tvf\nFILENAME=a.tvf\nUSED WIDTH=332\nUSED HEIGHT=7\n"), 1);
   EXPECT_TRUE(leaf.IsLeaf());
   EXPECT_FALSE(leaf.error);
@@ -89,6 +90,17 @@ TEST(SlfReaderTest, Messages) {
     EXPECT_EQ(capture.Texts(), c.messages) << c.text;
     EXPECT_EQ(node.error, c.error) << c.text;
   }
+  test::MessageCapture capture;
+  SlfNode root;
+  EXPECT_FALSE(MakeSlfRoot("tiles/", &root));
+  test::TempDir dir;
+  ASSERT_TRUE(MakeSlfRoot(dir.path(), &root));  // a directory named like a file
+  EXPECT_EQ(ReadSlfFile(root), 0);
+  EXPECT_TRUE(root.error);
+  EXPECT_EQ(capture.Texts(), (Texts{"Error: Can't determine slf_name in TILES SUBLIF: tiles/",
+                                    "Error: Error reading sub lif file!: " + dir.path(),
+                                    "Error: Bounding box is not defined in slf: " + dir.path(),
+                                    "Error: Empty sublif file: " + dir.path()}));
 }
 
 TEST(SlfReaderTest, ParentBoxesAndFileEntries) {
@@ -131,39 +143,19 @@ TEST(SlfReaderTest, OnDemandLoadingAndErrors) {
   capture.Clear();  // a node in error is read once and skipped afterwards
   EXPECT_FALSE(EnsureSlfNodeLoaded(root.children[1]));
   EXPECT_TRUE(capture.messages().empty());
-}
 
-TEST(SlfReaderTest, DepthLimit) {
   // Each level names a deeper directory with the same SLF name; the nodes
   // down to depth kMaxSlfDepth are read, the one below is refused.
   for (int levels : {kMaxSlfDepth + 1, kMaxSlfDepth + 2}) {
-    test::TempDir dir;
+    test::TempDir deep;
     std::string rel;
-    for (int i = 1; i < levels; ++i, rel += "d/") dir.Write(rel + "x.slf", kBox + "SUBLIF DIR=d\n");
-    dir.Write(rel + "x.slf", kBox + "FILENAME=x.tvf\n");
+    for (int i = 1; i < levels; ++i, rel += "d/") deep.Write(rel + "x.slf", kBox + "SUBLIF DIR=d\n");
+    deep.Write(rel + "x.slf", kBox + "FILENAME=x.tvf\n");
     const bool too_deep = levels > kMaxSlfDepth + 1;
-    SlfNode root;
-    EXPECT_EQ(LoadTree(&root, dir / "x.slf", too_deep ? 1 : 0),
-              too_deep ? Texts{"Error: Sub lif tree is too deep: " + dir / (rel + "x.slf")} : Texts{});
+    SlfNode top;
+    EXPECT_EQ(LoadTree(&top, deep / "x.slf", too_deep ? 1 : 0),
+              too_deep ? Texts{"Error: Sub lif tree is too deep: " + deep / (rel + "x.slf")} : Texts{});
   }
-}
-
-TEST(SlfReaderTest, RootsAndUnreadableFiles) {
-  test::MessageCapture capture;
-  SlfNode root;
-  EXPECT_TRUE(MakeSlfRoot("tiles\\world.slf", &root));
-  EXPECT_EQ(root.slf_path, "tiles/world.slf");
-  EXPECT_EQ(root.directory, "tiles");
-  EXPECT_EQ(root.slf_base_name, "world.slf");
-  EXPECT_FALSE(MakeSlfRoot("tiles/", &root));
-  test::TempDir dir;
-  ASSERT_TRUE(MakeSlfRoot(dir.path(), &root));  // a directory named like a file
-  EXPECT_EQ(ReadSlfFile(root), 0);
-  EXPECT_TRUE(root.error);
-  EXPECT_EQ(capture.Texts(), (Texts{"Error: Can't determine slf_name in TILES SUBLIF: tiles/",
-                                    "Error: Error reading sub lif file!: " + dir.path(),
-                                    "Error: Bounding box is not defined in slf: " + dir.path(),
-                                    "Error: Empty sublif file: " + dir.path()}));
 }
 
 }  // namespace

@@ -11,7 +11,7 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-TEST(ThresholdFileTest, Reading) {
+TEST(ThresholdFileTest, TextAndFiles) {
   const std::string types = "INPUT DATA TYPE=VMP_D\nOUTPUT DATA TYPE=VMP_D\n";
   const TypedValue d1 = TypedValue::Double(1), d2 = TypedValue::Double(2);
   struct Case {
@@ -55,17 +55,16 @@ TEST(ThresholdFileTest, Reading) {
       EXPECT_EQ(table[i].output, c.table[i].output);
     }
   }
-}
-
-TEST(ThresholdFileTest, Files) {
   test::TempDir dir;
-  ThresholdTable table = {{TypedValue::Double(1), TypedValue::Double(1)}};
+  ThresholdTable table = {{d1, d1}};
   test::MessageCapture capture;
   EXPECT_FALSE(ReadThresholdFile(dir / "none.thr", &table));
   EXPECT_TRUE(table.empty());
   EXPECT_FALSE(ReadThresholdFile(dir.path(), &table));  // a read that stops early
+  EXPECT_FALSE(ReadThresholdFile("/dev/zero", &table));  // devices could block or never end
   EXPECT_EQ(capture.Texts(), (Texts{"Error: " + dir / "none.thr" + ": Can't open threshold file",
-                                    "Error: Error reading threshold file: " + dir.path()}));
+                                    "Error: Error reading threshold file: " + dir.path(),
+                                    "Error: /dev/zero: Can't open threshold file"}));
 }
 
 TEST(RedirectFileTest, Reading) {
@@ -95,94 +94,71 @@ TEST(RedirectFileTest, Reading) {
   }
 }
 
-class RedirectLayerTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    dataset_ = CreateDataset("DefaultDataset", dir_ / "set.sdf");
-    for (const char* version : {"v1", "v2"}) {
-      dir_.Write(std::string(version) + "/low.lif",
-                 "TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=low.tvf\nFALLBACK=again.lif\n");
-      dir_.Write(std::string(version) + "/tree.slf",
-                 "MIN LON=0\nMIN LAT=0\nMAX LON=1\nMAX LAT=1\nFILENAME=t.tvf\n");
-    }
+// A layer's redirect prefix: none at first (the layer and its fallback file
+// are disabled), then each new prefix rebuilds the data, tree and fallback
+// paths; a later failure keeps the previous prefix.
+TEST(RedirectFileTest, PrefixChangesRebuildPaths) {
+  test::TempDir dir;
+  auto dataset = CreateDataset("DefaultDataset", dir / "set.sdf");
+  for (std::string version : {"v1", "v2"}) {
+    dir.Write(version + "/low.lif", "TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=low.tvf\nFALLBACK=again.lif\n");
+    dir.Write(version + "/tree.slf", "MIN LON=0\nMIN LAT=0\nMAX LON=1\nMAX LAT=1\nFILENAME=t.tvf\n");
   }
-
-  Layer* Load(std::string_view lif_text) {
+  auto load = [&](const char* name, std::string_view text) {
     test::MessageCapture capture;
-    Layer* layer = ReadLifFile(*dataset_, "roads", dir_.Write("roads.lif", lif_text));
+    Layer* layer = ReadLifFile(*dataset, name, dir.Write(std::string(name) + ".lif", text));
     EXPECT_TRUE(capture.messages().empty());
     return layer;
-  }
-
-  RedirectResult Prepare(Layer& layer, Texts* messages) {
+  };
+  Texts messages;
+  auto prepare = [&](Layer& layer) {
     test::MessageCapture capture;
-    RedirectResult result = PrepareLayerRedirect(*dataset_, layer);
-    *messages = capture.Texts();
+    RedirectResult result = PrepareLayerRedirect(*dataset, layer);
+    messages = capture.Texts();
     return result;
-  }
-
-  test::TempDir dir_;
-  std::unique_ptr<Dataset> dataset_;
-};
-
-TEST_F(RedirectLayerTest, PrefixChangesRebuildPaths) {
-  Layer* layer = Load("TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=roads.tvf\nREDIRECT FILE=r.txt\n"
-                      "FALLBACK=low.lif\nTILES SUBLIF=tree.slf\n");
+  };
+  Layer* layer = load("roads", "TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=roads.tvf\nREDIRECT FILE=r.txt\n"
+                               "FALLBACK=low.lif\nTILES SUBLIF=tree.slf\n");
   ASSERT_NE(layer, nullptr);
   const LayerRecord& r = layer->record;
   EXPECT_TRUE(r.data_path.empty());  // waits for the first prefix
-  EXPECT_EQ(r.redirect_path, dir_ / "r.txt");
-  Texts messages;
+  EXPECT_EQ(r.redirect_path, dir / "r.txt");
+  for (const char* first : {"Error: Can't open REDIRECT FILE: ", "Error: Missing REDIRECT PREFIX: "}) {
+    RedirectResult result = prepare(*layer);
+    EXPECT_FALSE(result.layer_enabled);
+    EXPECT_FALSE(result.fallback_file_enabled);
+    EXPECT_EQ(messages, (Texts{first + dir / "r.txt", "Error: Disabling layer with errors in REDIRECT FILE: roads",
+                               "Error: Errors in REDIRECT FILE: disabling FALLBACK FILE layer: roads"}));
+    dir.Write("r.txt", "");
+  }
   for (const char* version : {"v1", "v2"}) {
-    dir_.Write("r.txt", "REDIRECT PREFIX=" + dir_ / version + "\n");
-    RedirectResult result = Prepare(*layer, &messages);
+    dir.Write("r.txt", "REDIRECT PREFIX=" + dir / version + "\n");
+    RedirectResult result = prepare(*layer);
     EXPECT_EQ(messages, Texts{});
-    EXPECT_TRUE(result.layer_enabled);
-    EXPECT_TRUE(result.prefix_changed);
-    EXPECT_EQ(r.data_path, dir_ / version + "/roads.tvf");
+    EXPECT_TRUE(result.layer_enabled && result.prefix_changed);
+    EXPECT_EQ(r.data_path, dir / version + "/roads.tvf");
     ASSERT_NE(r.tile_tree, nullptr);
-    EXPECT_EQ(r.tile_tree->leaf_file, dir_ / version + "/t.tvf");
-    EXPECT_EQ(r.fallback_file_path, dir_ / version + "/low.lif");
+    EXPECT_EQ(r.tile_tree->leaf_file, dir / version + "/t.tvf");
+    EXPECT_EQ(r.fallback_file_path, dir / version + "/low.lif");
     ASSERT_NE(layer->fallback_file_layer, nullptr);  // a description of its own, with no fallback
     EXPECT_TRUE(layer->fallback_file_layer->is_fallback_description);
     EXPECT_EQ(layer->fallback_file_layer->fallback_file_layer, nullptr);
-    EXPECT_EQ(layer->fallback_file_layer->record.data_path, dir_ / version + "/low.tvf");
-    EXPECT_FALSE(Prepare(*layer, &messages).prefix_changed);  // the same prefix again
+    EXPECT_EQ(layer->fallback_file_layer->record.data_path, dir / version + "/low.tvf");
+    EXPECT_FALSE(prepare(*layer).prefix_changed);  // the same prefix again
   }
-  // The file vanishes or loses its prefix: the previous prefix stays.
-  std::remove((dir_ / "r.txt").c_str());
-  EXPECT_TRUE(Prepare(*layer, &messages).layer_enabled);
-  EXPECT_EQ(messages,
-            Texts{"Error: Can't open REDIRECT FILE, using previous PREFIX value.: " + dir_ / "r.txt"});
-  dir_.Write("r.txt", "# nothing\n");
-  Prepare(*layer, &messages);
-  EXPECT_EQ(messages, Texts{"Error: Missing REDIRECT PREFIX, using previous value.: " + dir_ / "r.txt"});
-  EXPECT_EQ(r.data_path, dir_ / "v2/roads.tvf");
-}
+  std::remove((dir / "r.txt").c_str());
+  EXPECT_TRUE(prepare(*layer).layer_enabled);
+  EXPECT_EQ(messages, Texts{"Error: Can't open REDIRECT FILE, using previous PREFIX value.: " + dir / "r.txt"});
+  dir.Write("r.txt", "# nothing\n");
+  prepare(*layer);
+  EXPECT_EQ(messages, Texts{"Error: Missing REDIRECT PREFIX, using previous value.: " + dir / "r.txt"});
+  EXPECT_EQ(r.data_path, dir / "v2/roads.tvf");
 
-TEST_F(RedirectLayerTest, FailureWithoutPreviousPrefixDisables) {
-  Layer* layer =
-      Load("TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=roads.tvf\nREDIRECT FILE=r.txt\nFALLBACK=low.lif\n");
-  ASSERT_NE(layer, nullptr);
-  const Texts disabled = {"Error: Disabling layer with errors in REDIRECT FILE: roads",
-                          "Error: Errors in REDIRECT FILE: disabling FALLBACK FILE layer: roads"};
-  for (const char* first : {"Error: Can't open REDIRECT FILE: ", "Error: Missing REDIRECT PREFIX: "}) {
-    Texts messages;
-    RedirectResult result = Prepare(*layer, &messages);
-    EXPECT_FALSE(result.layer_enabled);
-    EXPECT_FALSE(result.fallback_file_enabled);
-    Texts expected = {first + dir_ / "r.txt"};
-    expected.insert(expected.end(), disabled.begin(), disabled.end());
-    EXPECT_EQ(messages, expected);
-    dir_.Write("r.txt", "");
-  }
   // A layer without a redirect file is left alone.
-  Layer* plain = Load("TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=v1/roads.tvf\n");
-  Texts messages;
-  RedirectResult result = Prepare(*plain, &messages);
-  EXPECT_TRUE(result.layer_enabled);
-  EXPECT_FALSE(result.prefix_changed);
-  EXPECT_EQ(plain->record.data_path, dir_ / "v1/roads.tvf");
+  Layer* plain = load("plain", "TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=v1/roads.tvf\n");
+  RedirectResult result = prepare(*plain);
+  EXPECT_TRUE(result.layer_enabled && !result.prefix_changed);
+  EXPECT_EQ(plain->record.data_path, dir / "v1/roads.tvf");
 }
 
 }  // namespace

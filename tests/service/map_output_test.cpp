@@ -1,4 +1,4 @@
-// Writing the GetMap image, and GetLocationInfo answered by the real program.
+// Writing the GetMap image: CGI, standard output, a file.
 #include "map_server/service/map_output.h"
 
 #include <gtest/gtest.h>
@@ -8,7 +8,6 @@
 #include "map_server/geometry/map_geometry.h"
 #include "map_server/image/image_loader.h"
 #include "tests/support/message_capture.h"
-#include "tests/support/run_program.h"
 #include "tests/support/temp_dir.h"
 
 namespace vmp {
@@ -53,24 +52,6 @@ TEST(MapOutputTest, CgiStandardOutputAndFile) {
   EXPECT_NEAR(decoded.pixels[0], 200, 3);
   EXPECT_EQ(capture.Count("Info: Saved image"), 3u);
   EXPECT_TRUE(capture.Contains("Info: Error saving image: " + (dir / "no/such/dir.jpg")));
-}
-
-TEST(LocationInfoTest, LatLonAnsweredByTheProgram) {
-  test::TempDir dir;
-  dir.Write("layers/world.lif", "TYPE=IMAGE\nFILENAME=world.jpg\nWIDTH=20\nHEIGHT=10\n");
-  const std::string dataset = dir.Write("world.sdf", "LAYER DIR=layers\nLAYER=world world.lif\n");
-  const std::string query = "VERSION=1.3.0&REQUEST=GetLocationInfo&SRS=EPSG:4326&BBOX=-20,-10,20,10"
-                            "&WIDTH=40&HEIGHT=20&QUERY_LAYERS=world&INFO_TYPE=";
-  test::RunResult r = test::RunMapServer({"-generate", "-dataset", dataset, "-oGISreq", query + "lat_lon&LON_LAT=5.5,-2.25"});
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out, "QueryException=None\nLat=-2.250000\nLon=5.500000\n");
-  test::RunOptions cgi;
-  cgi.env["QUERY_STRING"] = query + "lat_lon&LON_LAT=50,0";
-  r = test::RunMapServer({"-generate", "-cgi", "-dataset", dataset}, cgi);
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out,
-            "Content-Type: text/xml\n\n<VmpLatLonData>\n  <QueryException>OutsideException</QueryException>\n"
-            "  <Lat>10000.000000</Lat>\n  <Lon>10000.000000</Lon>\n</VmpLatLonData>\n");
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // GetMap, GetSelection, GetFeatureInfo and GetLocationInfo end to end: the
-// real program on small datasets written here, its JPEG decoded again.
+// real program on a small dataset written here, its JPEG decoded again.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -58,18 +58,36 @@ class MapRequestsTest : public ::testing::Test {
     VmpWriteTiff(nullptr, dir_ / "dem.tif", reinterpret_cast<const uint8_t*>(dem), 2, 2, 1, false);
     dir_.Write("square.lif", std::string("TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=square.tvf\nFILL TYPE=FILL\n"
                                          "FILL COLOR=1 0 0\n") + extent);
-    dir_.Write("hidden.lif", std::string("TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=square.tvf\nMAX ZOOM=0.5\n") + extent);
     dir_.Write("places.lif", std::string("TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=places.tvf\n") + extent);
     dir_.Write("dem.lif", "TYPE=IMAGE\nTRANS TYPE=OPAQUE\nELEVATION MODE=DATA\nFILENAME=dem.tif\nWIDTH=2\nHEIGHT=2\n"
                           "MIN LON=0\nMAX LON=90\nMIN LAT=0\nMAX LAT=45\n");
-    dataset_ = dir_.Write("set.sdf", "LAYER=square square.lif\nLAYER=hidden hidden.lif\n"
-                                     "LAYER=places places.lif\nLAYER=dem dem.lif\n");
+    // A labelled marker at (0, 0) without a symbol: pixel (180, 90) of a 361 x 181 world map.
+    auto labelled = std::make_unique<MarkerFeature>();
+    labelled->marker_type = static_cast<uint32_t>(MarkerType::kLabeled);
+    labelled->label = "WWW";
+    labelled->AddAttribute(1, TypedValue::String("Zero"));
+    std::vector<std::unique_ptr<Feature>> labels;
+    labels.push_back(std::move(labelled));
+    WriteTvf(dir_ / "labels.tvf", labels);
+    dir_.Write("labels.lif", "TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=labels.tvf\nFONT SCALE=2\nTEXT TYPE=FLAT\n"
+                             "VTEXT LINE WIDTH=3\nLABEL COLOR=1 0 0\n");
+    // Meridians every 60 degrees labelled in green at the bottom edge, parallels at the left.
+    dir_.Write("grid.lif", "TYPE=GRID\nTRANS TYPE=OPAQUE\nGRID LAT INTERVAL=30\nGRID LON INTERVAL=60\n"
+                           "EDGE COLOR=0 0 1\nGRID LABELS=1\nROTATE LON LABELS=0\nTEXT ANCHOR=HLEFT VBOTTOM\n"
+                           "FONT SCALE=1.5\nVTEXT LINE WIDTH=2\nLABEL COLOR=0 1 0\n");
+    dataset_ = dir_.Write("set.sdf", "LAYER=square square.lif\nLAYER=places places.lif\nLAYER=dem dem.lif\n"
+                                     "LAYER=labelled labels.lif\nLAYER=grid grid.lif\n");
   }
 
   RunResult Request(const std::string& query, const std::string& output = "") {
     std::vector<std::string> args = {"-generate", "-dataset", dataset_, "-oGISreq", "VERSION=1.3.0&" + query};
     if (!output.empty()) args.insert(args.end(), {"-output", output});
     return RunMapServer(args);
+  }
+  RunResult CgiRequest(const std::string& query) {
+    test::RunOptions options;
+    options.env["QUERY_STRING"] = "VERSION=1.3.0&" + query;
+    return RunMapServer({"-generate", "-cgi", "-dataset", dataset_}, options);
   }
 
   // GetMap to a file, decoded.
@@ -84,9 +102,23 @@ class MapRequestsTest : public ::testing::Test {
     return image;
   }
 
+  // Pixels of a colour (channel 0 red, 1 green) in a rectangle, allowing for JPEG loss.
+  static int Count(const LoadedImage& image, int channel, int x0, int y0, int x1, int y1) {
+    int n = 0;
+    for (int y = y0; y <= y1; ++y)
+      for (int x = x0; x <= x1; ++x) {
+        const uint8_t* p = image.pixels.data() + (y * image.width + x) * 3;
+        n += p[channel] > 150 && p[(channel + 1) % 3] < 90 && p[(channel + 2) % 3] < 90;
+      }
+    return n;
+  }
+
   test::TempDir dir_;
   std::string dataset_;
 };
+
+// 361 x 181 pixels, one a degree.
+const std::string kWorld = "SRS=EPSG:4326&BBOX=-180,-90,180,90&WIDTH=361&HEIGHT=181";
 
 // Red, or the blue background, allowing for JPEG loss.
 char Colour(const LoadedImage& image, int x, int y) {
@@ -119,23 +151,10 @@ TEST_F(MapRequestsTest, FilledSquareWithAHoleInBothProjections) {
   EXPECT_EQ(Colour(globe, 3, 3), 'B');           // off the globe
 }
 
-TEST_F(MapRequestsTest, InactiveLayersLeaveTheBackground) {
-  LoadedImage image = Map("SRS=EPSG:4326&BBOX=-180,-90,180,90", 64, "hidden");
-  std::string colours;
-  for (int y = 0; y < 64; y += 9)
-    for (int x = 0; x < 64; x += 9) colours += Colour(image, x, y);
-  EXPECT_EQ(colours, std::string(64, 'B'));
-  // The bare JPEG on standard output.
-  RunResult r = Request("REQUEST=GetMap&SRS=EPSG:4326&BBOX=-180,-90,180,90&WIDTH=32&HEIGHT=16"
-                        "&FORMAT=image/jpeg&LAYERS=hidden", "-");
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.out.substr(0, 3), "\xFF\xD8\xFF");
-}
-
 TEST_F(MapRequestsTest, SelectionListsTheHitMarkerWithItsAttributes) {
-  // 361 x 181 pixels, one a degree: the marker at lon 60, lat 40 is pixel (240, 50).
-  const std::string map = "REQUEST=GetSelection&SRS=EPSG:4326&BBOX=-180,-90,180,90&WIDTH=361&HEIGHT=181"
-                          "&FORMAT=text/plain&SELECT_LABELS=NONE&LAYERS=places,square";
+  // The marker at lon 60, lat 40 is pixel (240, 50).
+  const std::string map =
+      "REQUEST=GetSelection&" + kWorld + "&FORMAT=text/plain&SELECT_LABELS=NONE&LAYERS=places,square";
   RunResult hit = Request(map + "&I=241&J=49");
   EXPECT_EQ(hit.status, 0) << hit.err;
   EXPECT_EQ(hit.out,
@@ -153,26 +172,67 @@ TEST_F(MapRequestsTest, SelectionListsTheHitMarkerWithItsAttributes) {
 
 TEST_F(MapRequestsTest, PointsOffTheGlobeAndElevations) {
   const std::string globe = "SRS=AUTO:42003,9001,0,0&BBOX=-6378136,-6378136,6378136,6378136&WIDTH=201&HEIGHT=201";
-  const char kOutside[] = "QueryException=OutsideException\nLat=10000.000000\nLon=10000.000000\n";
-  RunResult corner = Request("REQUEST=GetFeatureInfo&" + globe + "&I=2&J=2&QUERY_LAYERS=dem&INFO_TYPE=lat_lon");
-  EXPECT_EQ(corner.out, kOutside);
+  const std::string info = "REQUEST=GetFeatureInfo&" + globe + "&QUERY_LAYERS=dem&INFO_TYPE=lat_lon&";
+  RunResult corner = Request(info + "I=2&J=2");
+  EXPECT_EQ(corner.out, "QueryException=OutsideException\nLat=10000.000000\nLon=10000.000000\n");
   EXPECT_EQ(corner.status, 1);  // the answer is written, but the pixel is off the map
-  RunResult centre = Request("REQUEST=GetFeatureInfo&" + globe + "&I=100&J=100&QUERY_LAYERS=dem&INFO_TYPE=lat_lon");
+  RunResult centre = Request(info + "I=100&J=100");
   EXPECT_EQ(centre.out, "QueryException=None\nLat=0.000000\nLon=0.000000\n");
   EXPECT_EQ(centre.status, 0);
-  RunResult far_side = Request("REQUEST=GetLocationInfo&" + globe + "&LON_LAT=170,10&QUERY_LAYERS=dem&INFO_TYPE=lat_lon");
-  EXPECT_EQ(far_side.out, kOutside);
-  EXPECT_EQ(far_side.status, 0);
+  RunResult far_side =
+      CgiRequest("REQUEST=GetLocationInfo&" + globe + "&LON_LAT=170,10&QUERY_LAYERS=dem&INFO_TYPE=lat_lon");
+  EXPECT_EQ(far_side.status, 0) << far_side.err;
+  EXPECT_EQ(far_side.out,
+            "Content-Type: text/xml\n\n<VmpLatLonData>\n  <QueryException>OutsideException</QueryException>\n"
+            "  <Lat>10000.000000</Lat>\n  <Lon>10000.000000</Lon>\n</VmpLatLonData>\n");
 
-  const std::string world = "REQUEST=GetLocationInfo&SRS=EPSG:4326&BBOX=-180,-90,180,90&WIDTH=360&HEIGHT=180"
-                            "&QUERY_LAYERS=dem&INFO_TYPE=elevation&LON_LAT=";
-  EXPECT_EQ(Request(world + "20,30").out, "QueryException=None\nElevation=100.000000\n");
-  EXPECT_EQ(Request(world + "80,10").out, "QueryException=None\nElevation=250.000000\n");
-  EXPECT_EQ(Request(world + "-80,10").out, "QueryException=NoDataException\nElevation=-10000.000000\n");
-  RunResult no_layer = Request("REQUEST=GetLocationInfo&SRS=EPSG:4326&BBOX=-180,-90,180,90&WIDTH=360&HEIGHT=180"
-                               "&QUERY_LAYERS=square&INFO_TYPE=elevation&LON_LAT=20,30");
+  const std::string elevation = "REQUEST=GetLocationInfo&" + kWorld + "&INFO_TYPE=elevation&QUERY_LAYERS=";
+  EXPECT_EQ(Request(elevation + "dem&LON_LAT=20,30").out, "QueryException=None\nElevation=100.000000\n");
+  EXPECT_EQ(Request(elevation + "dem&LON_LAT=80,10").out, "QueryException=None\nElevation=250.000000\n");
+  EXPECT_EQ(Request(elevation + "dem&LON_LAT=-80,10").out, "QueryException=NoDataException\nElevation=-10000.000000\n");
+  RunResult no_layer = Request(elevation + "square&LON_LAT=20,30");
   EXPECT_EQ(no_layer.status, 1);
   EXPECT_NE(no_layer.err.find("Errors processing elevation request."), std::string::npos);
+}
+
+TEST_F(MapRequestsTest, MarkerAndGridLabelsAreDrawnWhereTheyBelong) {
+  const std::string file = dir_ / "map.jpg";
+  RunResult r = Request("REQUEST=GetMap&" + kWorld + "&FORMAT=image/jpeg&LAYERS=labelled,grid", file);
+  ASSERT_EQ(r.status, 0) << r.err;
+  LoadedImage image;
+  ASSERT_TRUE(LoadImageFile(file, kJpegFormat, false, image));
+  // HLEFT VTOP: the text hangs right of and below the marker, 20-pixel capitals.
+  EXPECT_GT(Count(image, 0, 181, 91, 260, 114), 100);
+  EXPECT_EQ(Count(image, 0, 0, 0, 360, 180), Count(image, 0, 178, 88, 265, 118));
+  // Meridian labels sit on the bottom edge right of their line (lon 60 at x = 240), parallel
+  // labels on the left edge above theirs (lat 30 at y = 60); none in the map's middle.
+  EXPECT_GT(Count(image, 1, 241, 160, 290, 177), 20);
+  EXPECT_GT(Count(image, 1, 3, 40, 40, 59), 20);
+  EXPECT_EQ(Count(image, 1, 70, 20, 360, 140), 0);
+}
+
+TEST_F(MapRequestsTest, SelectionFindsTheFeatureUnderItsLabel) {
+  struct Case {
+    const char* mode;
+    int i, j;
+    bool found;
+  } cases[] = {
+      {"NONE", 230, 100, false},    // on the label, far from the marker
+      {"YES", 230, 100, true},      // the view's labels as the map shows them
+      {"INTILE", 230, 100, false},  // the marker is too far from the point to be looked at
+      {"INTILE", 188, 100, true},   // near enough
+      {"YES", 100, 100, false},     // nothing there
+  };
+  const std::string query = "REQUEST=GetSelection&" + kWorld + "&FORMAT=text/plain&LAYERS=labelled&SELECT_LABELS=";
+  for (const Case& c : cases) {
+    RunResult r = Request(query + c.mode + "&I=" + std::to_string(c.i) + "&J=" + std::to_string(c.j));
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out.find("<Zero>") != std::string::npos, c.found) << c.mode << " " << c.i << "\n" << r.out;
+  }
+  // Hit by its shape and its label: listed once.
+  RunResult both = Request(query + "YES&I=182&J=92");
+  EXPECT_NE(both.out.find("<Zero>"), std::string::npos);
+  EXPECT_EQ(both.out.find("<Zero>"), both.out.rfind("<Zero>")) << both.out;
 }
 
 }  // namespace

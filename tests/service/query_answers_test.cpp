@@ -36,96 +36,41 @@ TEST(QueryAnswersTest, ElevationAnswer) {
             "  <Elevation>-3.000000</Elevation>\n</VmpElevationData>\n");
 }
 
-std::vector<SelectionLayer> SampleSelection() {
+// Every attribute type, a feature with and without an ID, a layer without selections.
+TEST(QueryAnswersTest, SelectionAnswer) {
   SelectedFeature feature;
   feature.type = "POLYGON";
   feature.lat = 48.5;
   feature.lon = 2.25;
-  feature.attributes = {{"NAME", TypedValue::String("France")},
-                        {"NOTE", TypedValue::String(std::nullopt)},
-                        {"POP", TypedValue::Double(67.5)},
-                        {"CENTRE", TypedValue::Geo(1, 2, 3)},
+  feature.attributes = {{"NAME", TypedValue::String("France")}, {"NOTE", TypedValue::String(std::nullopt)},
+                        {"POP", TypedValue::Double(67.5)},      {"CENTRE", TypedValue::Geo(1, 2, 3)},
                         {"ODD", TypedValue{}}};
-  return {{"countries", {{"point", {feature}}}}, {"empty", {}}};
-}
+  std::vector<SelectionLayer> layers = {{"countries", {{"point", {feature}}}}, {"empty", {}}};
+  const std::string xml = FormatSelectionAnswer({true, false}, layers);
+  EXPECT_EQ(test::XmlProblem(xml), "");
+  EXPECT_EQ(test::FlatXml(xml),
+            "<VmpSelectionData><Layer><Name>countries</Name><Selection><SelectionType>point</SelectionType>"
+            "<Feature><FeatureType>POLYGON</FeatureType><FeatureID>undefined</FeatureID>"
+            "<Location><Lat>48.500000</Lat><Lon>2.250000</Lon></Location><Attributes><NumAttributes>5</NumAttributes>"
+            "<Attribute><Name>NAME</Name><Type>S</Type><ValueS>France</ValueS></Attribute>"
+            "<Attribute><Name>NOTE</Name><Type>S</Type><ValueS>undefined</ValueS></Attribute>"
+            "<Attribute><Name>POP</Name><Type>D</Type><ValueD>67.500000</ValueD></Attribute>"
+            "<Attribute><Name>CENTRE</Name><Type>G</Type><ValueG><X>1.000000</X><Y>2.000000</Y><X>3.000000</X></ValueG>"
+            "</Attribute><Attribute><Name>ODD</Name><Type>undefined</Type></Attribute></Attributes></Feature>"
+            "</Selection></Layer><Layer><Name>empty</Name></Layer></VmpSelectionData>");
+  EXPECT_EQ(FormatSelectionAnswer({true, true}, {}),
+            "Content-Type: text/xml\n\n<VmpSelectionData>\n</VmpSelectionData>\n");
 
-TEST(QueryAnswersTest, SelectionAnswerAsText) {
-  std::vector<SelectionLayer> layers = SampleSelection();
   layers[0].selections[0].features[0].id = "17";
   EXPECT_EQ(FormatSelectionAnswer({false, true}, layers),
-            "Content-Type: text/plain\n\n"
-            "VmpSelectionData\n"
-            "Layer: <countries>\n"
-            "  Selection\n"
+            "Content-Type: text/plain\n\nVmpSelectionData\nLayer: <countries>\n  Selection\n"
             "    SelectionType: <point>\n"
-            "    Feature\n"
-            "      FeatureType: <POLYGON>\n"
-            "      FeatureID: <17>\n"
-            "      Location: <2.250000 48.500000>\n"
-            "      Attributes\n"
-            "        NumAttributes: <5>\n"
-            "        S attribute <NAME> = <France>\n"
-            "        S attribute <NOTE> = <undefined>\n"
-            "        D attribute <POP> = <67.500000>\n"
-            "        G attribute <CENTRE> = <1.000000 2.000000 3.000000>\n"
-            "        U Attribute <ODD> = <undefined>\n"
-            "      Attributes End\n"
-            "    Feature End\n"
-            "  Selection End\n"
-            "Layer End\n"
-            "Layer: <empty>\n"
-            "Layer End\n"
+            "    Feature\n      FeatureType: <POLYGON>\n      FeatureID: <17>\n      Location: <2.250000 48.500000>\n"
+            "      Attributes\n        NumAttributes: <5>\n        S attribute <NAME> = <France>\n"
+            "        S attribute <NOTE> = <undefined>\n        D attribute <POP> = <67.500000>\n"
+            "        G attribute <CENTRE> = <1.000000 2.000000 3.000000>\n        U Attribute <ODD> = <undefined>\n"
+            "      Attributes End\n    Feature End\n  Selection End\nLayer End\nLayer: <empty>\nLayer End\n"
             "VmpSelectionData End\n");
-}
-
-TEST(QueryAnswersTest, SelectionAnswerAsXml) {
-  std::vector<SelectionLayer> layers = SampleSelection();
-  auto& attributes = layers[0].selections[0].features[0].attributes;
-  attributes.erase(attributes.begin(), attributes.begin() + 2);  // POP (D), CENTRE (G), ODD
-  const std::string doc = FormatSelectionAnswer({true, false}, layers);
-  EXPECT_EQ(test::XmlProblem(doc), "");
-  EXPECT_EQ(doc,
-            "<VmpSelectionData>\n"
-            "  <Layer>\n"
-            "    <Name>countries</Name>\n"
-            "    <Selection>\n"
-            "      <SelectionType>point</SelectionType>\n"
-            "      <Feature>\n"
-            "        <FeatureType>POLYGON</FeatureType>\n"
-            "        <FeatureID>undefined</FeatureID>\n"
-            "        <Location>\n"
-            "          <Lat>48.500000</Lat>\n"
-            "          <Lon>2.250000</Lon>\n"
-            "        </Location>\n"
-            "        <Attributes>\n"
-            "          <NumAttributes>3</NumAttributes>\n"
-            "          <Attribute>\n"
-            "            <Name>POP</Name>\n"
-            "            <Type>D</Type>\n"
-            "            <ValueD>67.500000</ValueD>\n"
-            "          </Attribute>\n"
-            "          <Attribute>\n"
-            "            <Name>CENTRE</Name>\n"
-            "            <Type>G</Type>\n"
-            "            <ValueG>\n"
-            "              <X>1.000000</X>\n"
-            "              <Y>2.000000</Y>\n"
-            "              <X>3.000000</X>\n"
-            "            </ValueG>\n"
-            "          </Attribute>\n"
-            "          <Attribute>\n"
-            "            <Name>ODD</Name>\n"
-            "            <Type>undefined</Type>\n"
-            "          </Attribute>\n"
-            "        </Attributes>\n"
-            "      </Feature>\n"
-            "    </Selection>\n"
-            "  </Layer>\n"
-            "  <Layer>\n"
-            "    <Name>empty</Name>\n"
-            "  </Layer>\n"
-            "</VmpSelectionData>\n");
-  EXPECT_EQ(FormatSelectionAnswer({true, true}, {}), "Content-Type: text/xml\n\n<VmpSelectionData>\n</VmpSelectionData>\n");
 }
 
 TEST(QueryAnswersTest, PointsOnTheMap) {

@@ -33,6 +33,7 @@ TEST(ServiceExceptionTest, CommandLineForm) {
   }
 }
 
+// Both forms list the first 31 entries of ImageErrors, when the list exists.
 TEST(ServiceExceptionTest, ListsTheFirst31ImageErrors) {
   test::MessageCapture capture;
   auto& image_errors = kav::Messages().image_errors;
@@ -43,24 +44,10 @@ TEST(ServiceExceptionTest, ListsTheFirst31ImageErrors) {
   EXPECT_EQ(FormatServiceExceptionText("Errors generating map image.", std::nullopt), expected);
   image_errors->resize(2);
   EXPECT_EQ(FormatServiceExceptionText("m", "d"), "m\nd\nError: e0\nError: e1\n");
-  image_errors.reset();
-}
-
-TEST(ServiceExceptionTest, CgiFormIsAnXmlReportWithTheImageErrors) {
-  test::MessageCapture capture;
-  auto& image_errors = kav::Messages().image_errors;
-  image_errors.emplace();
-  image_errors->push_back("Error: Invalid REQUEST");
-  EXPECT_EQ(FormatServiceExceptionXml("The OpenGIS request could not be processed.",
-                                      "One or more of the variables is probably malformed."),
-            "Content-Type: text/xml\n\n"
-            "<ServiceExceptionReport version=\"1.3.0\">\n"
-            "  <ServiceException>\n"
-            "    The OpenGIS request could not be processed.\n"
-            "    One or more of the variables is probably malformed.\n"
-            "  </ServiceException>\n"
-            "  <ServiceException>Error: Invalid REQUEST</ServiceException>\n"
-            "</ServiceExceptionReport>\n");
+  EXPECT_EQ(FormatServiceExceptionXml("m", "d"),
+            "Content-Type: text/xml\n\n<ServiceExceptionReport version=\"1.3.0\">\n  <ServiceException>\n    m\n    d\n"
+            "  </ServiceException>\n  <ServiceException>Error: e0</ServiceException>\n"
+            "  <ServiceException>Error: e1</ServiceException>\n</ServiceExceptionReport>\n");
   image_errors.reset();
   EXPECT_EQ(FormatServiceExceptionXml("m", std::nullopt),
             "Content-Type: text/xml\n\n<ServiceExceptionReport version=\"1.3.0\">\n"

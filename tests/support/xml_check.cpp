@@ -103,4 +103,18 @@ std::string XmlProblem(std::string_view doc) {
   return "";
 }
 
+std::string FlatXml(std::string_view document) {
+  std::string flat;
+  bool line_start = true;
+  for (char c : document) {
+    if (c == '\n') {
+      line_start = true;
+    } else if (!(line_start && c == ' ')) {
+      line_start = false;
+      flat += c;
+    }
+  }
+  return flat;
+}
+
 }  // namespace vmp::test

@@ -2,6 +2,9 @@
 // one root element, properly nested and closed tags, quoted attributes, no
 // bare "<" or "&" in text. Returns an empty string when the text is
 // well-formed, else what is wrong.
+// FlatXml drops the line ends and the indentation at line starts, so that a
+// test can state a document's content compactly (the writer's layout has a
+// test of its own).
 #pragma once
 
 #include <string>
@@ -10,5 +13,6 @@
 namespace vmp::test {
 
 std::string XmlProblem(std::string_view document);
+std::string FlatXml(std::string_view document);
 
 }  // namespace vmp::test
