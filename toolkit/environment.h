@@ -19,4 +19,10 @@ std::optional<std::string> GetVersionedEnv(const char* name);
 // variable) leaves `default_value`.
 bool GetEnvSwitch(const char* name, bool default_value);
 
+// The address of the running CGI program from the variables the web server
+// sets (SERVER_NAME, SERVER_PORT, SCRIPT_NAME; HTTPS "on" or "1" in any
+// case), with the port left out when it is the scheme's default. None
+// without SERVER_NAME.
+std::optional<std::string> CgiScriptAddress();
+
 }  // namespace kav

@@ -48,18 +48,9 @@ ServiceDescription DeploymentDescription() {
   ServiceDescription d;
   auto abstract = kav::GetEnv("VMP_SERVICE_ABSTRACT");
   d.abstract_lines = abstract ? SplitLines(*abstract) : std::vector<std::string>{kDefaultAbstract};
-  if (auto address = kav::GetEnv("VMP_ONLINE_RESOURCE")) {
-    d.online_resource = *address;
-  } else if (auto host = kav::GetEnv("SERVER_NAME")) {
-    bool https = kav::GetEnv("HTTPS").value_or("off") == "on";
-    std::string port = kav::GetEnv("SERVER_PORT").value_or("");
-    bool default_port = port.empty() || port == (https ? "443" : "80");
-    d.online_resource = (https ? "https://" : "http://") + *host +
-                        (default_port ? "" : ":" + port) +
-                        kav::GetEnv("SCRIPT_NAME").value_or("/");
-  } else {
-    d.online_resource = "http://localhost/cgi-bin/map_server";
-  }
+  auto address = kav::GetEnv("VMP_ONLINE_RESOURCE");
+  if (!address) address = kav::CgiScriptAddress();
+  d.online_resource = address.value_or("http://localhost/cgi-bin/map_server");
   return d;
 }
 

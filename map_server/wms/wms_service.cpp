@@ -28,17 +28,6 @@ namespace {
 constexpr const char* kDefaultTitle = "KAV Map Server";
 constexpr int64_t kDefaultMaxSize = 4096;
 
-// The address of this CGI program from the variables the web server sets.
-std::optional<std::string> CgiAddress() {
-  const auto host = kav::GetEnv("SERVER_NAME");
-  if (!host) return std::nullopt;
-  const bool https = kav::GetEnv("HTTPS").value_or("off") == "on";
-  const std::string port = kav::GetEnv("SERVER_PORT").value_or("");
-  const bool default_port = port.empty() || port == (https ? "443" : "80");
-  return (https ? "https://" : "http://") + *host + (default_port ? "" : ":" + port) +
-         kav::GetEnv("SCRIPT_NAME").value_or("/");
-}
-
 // Ends the request's use of the map service, however it ends.
 struct ServiceRun {
   explicit ServiceRun(const std::string& dataset) { Service().Start(dataset); }
@@ -188,7 +177,7 @@ WmsConfig WmsConfigFromEnvironment() {
     s.abstract_lines = DeploymentDescription().abstract_lines;
   }
   std::optional<std::string> address = kav::GetEnv("VMP_WMS_ONLINE_RESOURCE");
-  if (!address) address = CgiAddress();
+  if (!address) address = kav::CgiScriptAddress();
   s.online_resource = RequestAddress(address.value_or("http://localhost/cgi-bin/wms"));
 
   int64_t size = kDefaultMaxSize;

@@ -54,8 +54,12 @@ TEST(CapabilitiesTest, DeploymentDescriptionFromTheEnvironment) {
   setenv("SCRIPT_NAME", "/cgi-bin/ms", 1);
   EXPECT_EQ(DeploymentDescription().online_resource, "http://maps.example:8080/cgi-bin/ms");
   setenv("SERVER_PORT", "443", 1);
-  setenv("HTTPS", "on", 1);
-  EXPECT_EQ(DeploymentDescription().online_resource, "https://maps.example/cgi-bin/ms");
+  for (const char* flag : {"on", "ON", "1"}) {
+    setenv("HTTPS", flag, 1);
+    EXPECT_EQ(DeploymentDescription().online_resource, "https://maps.example/cgi-bin/ms") << flag;
+  }
+  setenv("HTTPS", "off", 1);
+  EXPECT_EQ(DeploymentDescription().online_resource, "http://maps.example:443/cgi-bin/ms");
 
   setenv("VMP_ONLINE_RESOURCE", "http://configured/wms", 1);
   setenv("VMP_SERVICE_ABSTRACT", "One|Two", 1);
