@@ -101,57 +101,48 @@ TEST(SetMapPixelTest, SpansClipAndLocationQueriesWriteNothing) {
   EXPECT_EQ(query.Picture(test::kWhite), "....|....|....");
 }
 
-std::string Fill(int64_t width, int64_t height, const PixelRings& rings, EdgeTables& tables) {
-  Canvas c(test::PixelGrid(width, height));
-  EXPECT_TRUE(FillPolygons(c.Surface(), tables, rings, kInk));
-  return c.Picture(test::kWhite);
-}
-
-TEST(FillPolygonsTest, SpanColumnsOfRisingAndFallingEdges) {
-  EdgeTables tables;
+TEST(FillPolygonsTest, SpanColumnsRowsHolesAndClipping) {
   struct Case {
-    std::initializer_list<PixelVertex> ring;
-    const char* picture;
+    std::vector<std::vector<PixelVertex>> rings;
+    std::string picture;  // its size is the image's
+    int64_t scanlines;    // rows worked
   } cases[] = {
       // Rows 1..3 (the last edge row is not covered), columns 1..5 both ends drawn.
-      {{{1, 1}, {5, 1}, {5, 4}, {1, 4}}, "..........|.#####....|.#####....|.#####....|.........."},
+      {{{{1, 1}, {5, 1}, {5, 4}, {1, 4}}}, "..........|.#####....|.#####....|.#####....|..........", 3},
       // Rising left edge (x 1.5, 2.5, 3.5 rounded half away from zero),
       // falling right edge (x 8.7, 7.7, 6.7 truncated).
-      {{{1.5, 0}, {8.7, 0}, {5.7, 3}, {4.5, 3}}, "..#######.|...#####..|....###...|..........|.........."},
+      {{{{1.5, 0}, {8.7, 0}, {5.7, 3}, {4.5, 3}}}, "..#######.|...#####..|....###...|..........|..........", 3},
       // Falling left edge (4.5, 3.5, 2.5 truncated), rising right edge (6.5, 7.5, 8.5 rounded).
-      {{{4.5, 0}, {6.5, 0}, {9.5, 3}, {1.5, 3}}, "....####..|...######.|..########|..........|.........."},
+      {{{{4.5, 0}, {6.5, 0}, {9.5, 3}, {1.5, 3}}}, "....####..|...######.|..########|..........|..........", 3},
       // Vertices between scanlines: the rows whose centre lies inside.
-      {{{2, 0.4}, {4, 0.4}, {4, 2.6}, {2, 2.6}}, "..........|..###.....|..###.....|..........|.........."},
+      {{{{2, 0.4}, {4, 0.4}, {4, 2.6}, {2, 2.6}}}, "..........|..###.....|..###.....|..........|..........", 2},
       // Thinner than a pixel between two centres: nothing.
-      {{{0, 1.2}, {9, 1.2}, {9, 1.8}, {0, 1.8}}, "..........|..........|..........|..........|.........."},
+      {{{{0, 1.2}, {9, 1.2}, {9, 1.8}, {0, 1.8}}}, "..........|..........|..........|..........|..........", 0},
+      // The rings of a polygon are filled together: a hole.
+      {{{{0, 0}, {7, 0}, {7, 6}, {0, 6}}, {{2, 2}, {5, 2}, {5, 4}, {2, 4}}},
+       "########|########|###..###|###..###|########|########", 6},
+      // Far beyond the image on every side: only the visible rows are worked.
+      {{{{-1e9, -1e9}, {1e9, -1e9}, {1e9, 1e9}, {-1e9, 1e9}}}, "###|###", 2},
+      // Points that are not numbers drop their edges.
+      {{{{0, 0}, {2, 0}, {2, 2}, {std::nan(""), 7}, {0, 2}}}, "###|###|...", 2},
   };
+  EdgeTables tables;
+  size_t capacity = 0;
   for (const Case& c : cases) {
     PixelRings rings;
-    rings.AddRing(c.ring);
-    EXPECT_EQ(Fill(10, 5, rings, tables), c.picture);
+    for (const std::vector<PixelVertex>& ring : c.rings) {
+      for (const PixelVertex& v : ring) rings.Add(v.x, v.y);
+      rings.EndRing();
+    }
+    Canvas canvas(test::PixelGrid(static_cast<int64_t>(c.picture.find('|')),
+                                  std::count(c.picture.begin(), c.picture.end(), '|') + 1));
+    EXPECT_TRUE(FillPolygons(canvas.Surface(), tables, rings, kInk));
+    EXPECT_EQ(canvas.Picture(test::kWhite), c.picture);
+    EXPECT_EQ(tables.last_scanlines(), c.scanlines) << c.picture;
+    if (c.rings.size() == 2) capacity = tables.edge_capacity() + tables.active_capacity();
   }
-}
-
-TEST(FillPolygonsTest, RingsHolesClippingAndReuse) {
-  EdgeTables tables;
-  PixelRings rings;
-  rings.AddRing({{0, 0}, {7, 0}, {7, 6}, {0, 6}});
-  rings.AddRing({{2, 2}, {5, 2}, {5, 4}, {2, 4}});
-  EXPECT_EQ(Fill(8, 6, rings, tables), "########|########|###..###|###..###|########|########");
-  const size_t edges = tables.edge_capacity(), active = tables.active_capacity();
-
-  // Far beyond the image on every side: only the visible rows are worked.
-  PixelRings huge;
-  huge.AddRing({{-1e9, -1e9}, {1e9, -1e9}, {1e9, 1e9}, {-1e9, 1e9}});
-  EXPECT_EQ(Fill(3, 2, huge, tables), "###|###");
-  EXPECT_EQ(tables.last_scanlines(), 2);
-  // Points that are not numbers drop their edges.
-  PixelRings odd;
-  odd.AddRing({{0, 0}, {2, 0}, {2, 2}, {std::nan(""), 7}, {0, 2}});
-  EXPECT_EQ(Fill(3, 3, odd, tables), "###|###|...");
-  // The arrays kept their size: later polygons allocate nothing.
-  EXPECT_EQ(tables.edge_capacity(), edges);
-  EXPECT_EQ(tables.active_capacity(), active);
+  // The arrays kept their size: polygons after the biggest allocate nothing.
+  EXPECT_EQ(tables.edge_capacity() + tables.active_capacity(), capacity);
 }
 
 TEST(FillPolygonsTest, LocationQueryStopsAtTheFirstHit) {

@@ -72,13 +72,16 @@ Layer VectorLayer(int64_t fill_type, int32_t line_width = 1, double alpha = 1.0)
   return layer;
 }
 
-VectorDrawStats Draw(Canvas& c, Layer& layer, const VectorData& data, OverrideConditions over = {},
-                     bool* ok = nullptr) {
-  VectorScratch scratch;
+struct Drawn {
   VectorDrawStats stats;
-  const bool drawn = DrawVectorTile(c.Surface(), scratch, layer, data, over, stats);
-  if (ok) *ok = drawn;
-  return stats;
+  bool ok;
+  std::vector<size_t> hits;  // of a location query
+};
+Drawn Draw(Canvas& c, Layer& layer, const VectorData& data, OverrideConditions over = {}) {
+  VectorScratch scratch;
+  Drawn d;
+  d.ok = DrawVectorTile(c.Surface(), scratch, layer, data, over, d.stats, c.g.location_query ? &d.hits : nullptr);
+  return d;
 }
 
 // 21 x 11 pixels; pixel (x, y) at lon x - 10, lat 5 - y.
@@ -104,7 +107,7 @@ TEST(VectorTileDrawerTest, GroupsClipsAndCulls) {
   data.features.push_back(std::make_unique<OtherFeature>());
   test::MessageCapture capture;
   Canvas c(SmallWorld());
-  const VectorDrawStats stats = Draw(c, layer, data);
+  const VectorDrawStats stats = Draw(c, layer, data).stats;
   EXPECT_EQ(capture.Texts(), std::vector<std::string>{"Error: Only support POLYGONs and MARKERs for now"});
   EXPECT_EQ(stats, (VectorDrawStats{.polygons = 3, .points = 20, .rings = 4, .culled_small = 1, .clipped = 1,
                                     .markers = 1}));
@@ -122,7 +125,7 @@ TEST(VectorTileDrawerTest, GroupsClipsAndCulls) {
   layer.record.clip = 0;
   layer.record.drawing.min_pixel_size = 0;
   Canvas all(SmallWorld());
-  EXPECT_EQ(Draw(all, layer, data).polygons, 5);
+  EXPECT_EQ(Draw(all, layer, data).stats.polygons, 5);
   // An edge layer draws the rings' edges, no fill.
   layer = VectorLayer(kFillTypeEdge);
   Canvas edges(SmallWorld());
@@ -134,9 +137,7 @@ TEST(VectorTileDrawerTest, GroupsClipsAndCulls) {
   layer.record.trans_type = 6;
   capture.Clear();
   Canvas none(SmallWorld());
-  bool ok = true;
-  Draw(none, layer, data, {}, &ok);
-  EXPECT_FALSE(ok);
+  EXPECT_FALSE(Draw(none, layer, data).ok);
   EXPECT_EQ(capture.Count("Cannot render layer transparency type: 6"), 1u);
   EXPECT_EQ(none.Count(kRed), 0u);
 }
@@ -158,7 +159,7 @@ TEST(VectorTileDrawerTest, LayerConditionsThenOverrideLists) {
   } cases[] = {{{}, {1, 7, 10}}, {{&include, nullptr}, {1, 10}}, {{&include, &exclude}, {1}}};
   for (const Case& c : cases) {
     Canvas canvas(SmallWorld());
-    EXPECT_EQ(Draw(canvas, layer, data, c.over).polygons, static_cast<int64_t>(c.drawn.size()));
+    EXPECT_EQ(Draw(canvas, layer, data, c.over).stats.polygons, static_cast<int64_t>(c.drawn.size()));
     for (int64_t x : c.drawn) EXPECT_EQ(canvas.At(x, 4), kWhite) << x;
   }
 }
@@ -181,14 +182,11 @@ TEST(VectorTileDrawerTest, LocationQueryHitsWithoutDrawing) {
     canvas.g.search_x_from = canvas.g.search_x_to = c.x;
     canvas.g.search_y_from = canvas.g.search_y_to = c.y;
     Layer layer = VectorLayer(c.fill_type);
-    VectorScratch scratch;
-    VectorDrawStats stats;
-    std::vector<size_t> hits;
-    DrawVectorTile(canvas.Surface(), scratch, layer, data, {}, stats, &hits);
-    EXPECT_EQ(hits, c.hits) << c.x << "," << c.y;
+    const Drawn d = Draw(canvas, layer, data);
+    EXPECT_EQ(d.hits, c.hits) << c.x << "," << c.y;
     EXPECT_EQ(canvas.surface->hit(), !c.hits.empty());
     EXPECT_EQ(canvas.Picture(kWhite).find_first_not_of(".|"), std::string::npos);
-    EXPECT_EQ(stats, VectorDrawStats{});
+    EXPECT_EQ(d.stats, VectorDrawStats{});
   }
 }
 
