@@ -297,7 +297,7 @@ TEST(VectorStrokeTest, ThickLinesJoinsCapsAndEdges) {
   EXPECT_EQ(open.At(10, 4), kRed);   // the round cap of its start
   // A line just above the view reaches into its first row.
   VectorData above;
-  above.AddFeature(Line({{5, 21.5}, {35, 21.5}}));
+  above.AddFeature(Line({{5, 22}, {35, 22}}));
   Canvas top(Grid41());
   Draw(top, fill_only, above);
   EXPECT_EQ(top.At(20, 0), kRed);
