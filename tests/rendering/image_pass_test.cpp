@@ -131,7 +131,10 @@ TEST(ImagePassTest, ManyTilesWrappedLongitudesAndTilesWithErrors) {
   std::vector<LoadedImage> images;
   for (int i = 0; i < 10; ++i) images.push_back(Tile(1, 1, 3, {uint8_t(10 * i), 0, 0}));
   std::vector<ImageTileRef> tiles;
-  for (int i = 0; i < 9; ++i) tiles.push_back({&images[i], {i % 3 + 0.0, i % 3 + 1.0, i / 3 + 0.0, i / 3 + 1.0}, i == 4});
+  for (int i = 0; i < 9; ++i) {
+    const double lon = i % 3, lat = i / 3;
+    tiles.push_back({&images[i], {lon, lon + 1, lat, lat + 1}, i == 4});
+  }
   tiles.push_back({&images[9], {359, 360, 0, 3}});
   // 5 x 3 pixels at lon -1..3 (centres -0.5, 0.5, ...), lat 2.5 .. 0.5.
   Canvas c(test::RectGeometry(-0.5, 2.5, 1, 5, 3));

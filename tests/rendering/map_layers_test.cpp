@@ -147,7 +147,9 @@ TEST(GridLayerTest, IntervalsLinesAndGlobe) {
     EXPECT_EQ(c.At(35, i), kWhite) << i;
     EXPECT_EQ(c.At(i, 10), i >= 20 ? kWhite : kBack) << i;
   }
-  for (auto [x, y] : {std::pair{25, 15}, {19, 5}, {21, 5}, {30, 5}, {34, 39}}) EXPECT_EQ(c.At(x, y), kBack) << x << "," << y;
+  for (auto [x, y] : {std::pair{25, 15}, {19, 5}, {21, 5}, {30, 5}, {34, 39}}) {
+    EXPECT_EQ(c.At(x, y), kBack) << x << "," << y;
+  }
 
   // On a globe centred on (0, 0) the equator and the prime meridian cross at
   // the centre pixel; nothing is drawn off the globe.
@@ -177,24 +179,16 @@ TEST(GridLayerTest, LabelTextsAndFormats) {
     double value;
     const char* text;
   } cases[] = {
-      {Labels(1, 1), false, 30, "30\xC2\xB0N"},
-      {Labels(1, 1), false, -45, "45\xC2\xB0S"},
-      {Labels(1, 1), false, 3 * 0.1, "0.3\xC2\xB0N"},
-      {Labels(1, 1), false, -1e-12, "0\xC2\xB0"},
-      {Labels(1, 1), true, -120, "120\xC2\xB0W"},
+      {Labels(1, 1), false, 30, "30\xC2\xB0N"}, {Labels(1, 1), false, -45, "45\xC2\xB0S"},
+      {Labels(1, 1), false, 3 * 0.1, "0.3\xC2\xB0N"}, {Labels(1, 1), false, -1e-12, "0\xC2\xB0"},
+      {Labels(1, 1), true, -120, "120\xC2\xB0W"}, {Labels(1, 1), true, -180, "180\xC2\xB0"},
       {Labels(1, 1), true, 200, "160\xC2\xB0W"},  // placed beyond 180 on a map centred east
-      {Labels(1, 1), true, -180, "180\xC2\xB0"},
-      {Labels(1, 2), true, 90, "E90\xC2\xB0"},
-      {Labels(1, 0), false, -45, "-45\xC2\xB0"},
-      {Labels(0, 1), false, 45.5, "45\xC2\xB0" "30'N"},
-      {Labels(0, 1), true, -0.25, "0\xC2\xB0" "15'W"},
+      {Labels(1, 2), true, 90, "E90\xC2\xB0"}, {Labels(1, 0), false, -45, "-45\xC2\xB0"},
+      {Labels(0, 1), false, 45.5, "45\xC2\xB0" "30'N"}, {Labels(0, 1), true, -0.25, "0\xC2\xB0" "15'W"},
       {Labels(0, 1), false, 10 + 1 / 3600.0, "10\xC2\xB0" "0'1\"N"},
-      {Labels(0, 1), false, 0.5 / 3600, "0\xC2\xB0" "0'0.5\"N"},
-      {Labels(0, 0), false, -0.5, "-0\xC2\xB0" "30'"},
-      {Labels(1, 1, "%.1f deg"), false, -30, "30.0 degS"},
-      {Labels(1, 0, "%+d%%"), false, 12.6, "+13%"},
-      {Labels(1, 1, "%g", "%03d"), true, -5, "005W"},
-      {Labels(1, 1, "%g", "%03d"), false, -5, "5S"},
+      {Labels(0, 1), false, 0.5 / 3600, "0\xC2\xB0" "0'0.5\"N"}, {Labels(0, 0), false, -0.5, "-0\xC2\xB0" "30'"},
+      {Labels(1, 1, "%.1f deg"), false, -30, "30.0 degS"}, {Labels(1, 0, "%+d%%"), false, 12.6, "+13%"},
+      {Labels(1, 1, "%g", "%03d"), true, -5, "005W"}, {Labels(1, 1, "%g", "%03d"), false, -5, "5S"},
       {Labels(0, 1, "%d:%02d"), false, 45.5, "45:30N"},
       {Labels(0, 1, "%dd%02dm%04.1fs"), true, 7.50625, "7d30m22.5sE"},
   };

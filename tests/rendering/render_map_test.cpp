@@ -120,7 +120,8 @@ TEST_F(RenderMapTest, VectorTilesLoadAttributesOnlyWhenTheDrawingReadsThem) {
   ASSERT_TRUE(CloseTvfOutput(std::move(out)));
   files_.Write("d.thr", "INPUT DATA TYPE=VMP_D\nOUTPUT DATA TYPE=VMP_D\n0 1\n");
   files_.Write("g.thr", "INPUT DATA TYPE=VMP_D\nOUTPUT DATA TYPE=VMP_G\n0 1 0 0\n");
-  const std::string head = std::string("TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=shapes.tvf\nFILL TYPE=FILL\nFILL COLOR=1 1 1\n") + kWorld;
+  const std::string head =
+      std::string("TYPE=VECTOR\nTRANS TYPE=OPAQUE\nFILENAME=shapes.tvf\nFILL TYPE=FILL\nFILL COLOR=1 1 1\n") + kWorld;
   struct Case {
     const char* lines;
     bool read;

@@ -32,7 +32,8 @@ std::unique_ptr<Feature> Line(std::vector<PolygonPoint> points, int8_t flag = 0,
 // A closed ring along a lat/lon rectangle, points every `step` degrees.
 std::unique_ptr<Feature> Rect(double min_lon, double min_lat, double max_lon, double max_lat, int8_t flag = 0,
                               const char* name = nullptr, double step = 1000) {
-  const double corners[5][2] = {{min_lon, min_lat}, {max_lon, min_lat}, {max_lon, max_lat}, {min_lon, max_lat}, {min_lon, min_lat}};
+  const double corners[5][2] = {
+      {min_lon, min_lat}, {max_lon, min_lat}, {max_lon, max_lat}, {min_lon, max_lat}, {min_lon, min_lat}};
   std::vector<PolygonPoint> points;
   for (int side = 0; side < 4; ++side) {
     const double *a = corners[side], *b = corners[side + 1];
@@ -313,15 +314,9 @@ TEST(VectorStrokeTest, MarkerSymbolsAndIcons) {
     const char* expect;
     int size = 7;
   } cases[] = {
-      {0, "......."},
-      {kMarkerCross, "eee...e"},
-      {kMarkerBoxEdge, ".e..e.."},
-      {kMarkerBoxFill, "fffffff"},
-      {kMarkerBoxEdge | kMarkerBoxFill, "feffeff"},
-      {kMarkerCircleEdge, ".e.e..."},
-      {kMarkerCircleFill, "ffff.ff"},
-      {kMarkerCircleEdge | kMarkerCircleFill, "fefe.ff"},
-      {kMarkerDot, "e.....e"},
+      {0, "......."}, {kMarkerCross, "eee...e"}, {kMarkerBoxEdge, ".e..e.."}, {kMarkerBoxFill, "fffffff"},
+      {kMarkerBoxEdge | kMarkerBoxFill, "feffeff"}, {kMarkerCircleEdge, ".e.e..."}, {kMarkerCircleFill, "ffff.ff"},
+      {kMarkerCircleEdge | kMarkerCircleFill, "fefe.ff"}, {kMarkerDot, "e.....e"},
       {kMarkerBoxFill, "f....ff", 4},  // even sizes: centred on the pixel's top left corner
   };
   VectorData marker;
