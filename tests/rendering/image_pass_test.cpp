@@ -1,8 +1,9 @@
+// The image pass: nearest and bilinear samples, transparency kinds and
+// keyed colours, many and wrapped tiles, the globe, elevation colours, runs
+// of image layers, and elevations at a point.
 #include "map_server/rendering/image_pass.h"
 
 #include <gtest/gtest.h>
-
-#include <array>
 
 #include "tests/rendering/render_test_util.h"
 #include "tests/support/message_capture.h"
@@ -10,21 +11,22 @@
 namespace vmp {
 namespace {
 
-using Rgb3 = std::array<int, 3>;
+using test::Canvas;
+using test::Rgb3;
 
-// A colour tile (samples per pixel 3 or 4) or a 16-bit elevation tile,
-// pixels given row by row.
-LoadedImage Tile(int64_t w, int64_t h, int samples, std::vector<uint8_t> pixels) {
+// A colour tile (samples per pixel 3 or 4) or a 16-bit elevation row,
+// pixels row by row.
+LoadedImage Tile(int64_t width, int64_t height, int samples, const std::vector<uint8_t>& pixels) {
   LoadedImage image;
-  image.width = w;
-  image.height = h;
+  image.width = width;
+  image.height = height;
   image.samples_per_pixel = samples;
   image.pixels.Resize(pixels.size());
   std::copy(pixels.begin(), pixels.end(), image.pixels.data());
   return image;
 }
-LoadedImage ElevationTile(int64_t w, int64_t h, bool is_signed, std::vector<uint16_t> samples) {
-  LoadedImage image = Tile(w, h, 1, {});
+LoadedImage ElevationRow(bool is_signed, const std::vector<uint16_t>& samples) {
+  LoadedImage image = Tile(static_cast<int64_t>(samples.size()), 1, 1, {});
   image.elevation = true;
   image.signed_elevation = is_signed;
   image.elevation_samples.Resize(samples.size());
@@ -32,44 +34,27 @@ LoadedImage ElevationTile(int64_t w, int64_t h, bool is_signed, std::vector<uint
   return image;
 }
 
-Rgb3 At(const MapImage& image, int64_t x, int64_t y) {
-  const uint8_t* p = test::Pixel(image, x, y);
-  return {p[0], p[1], p[2]};
+void Draw(Canvas& c, ImagePassScratch& scratch, std::vector<ImageLayerInput> layers) {
+  c.Clear();
+  DrawImageLayers(c.Surface(), scratch, layers);
 }
 
-// 8 x 4 pixels over lon 0..4, lat 0..2: pixel (x, y) samples tile pixel
-// (x / 2, y / 2) of a 4 x 2 tile with these bounds.
-MapGeometry TwoPixelsPerTilePixel() { return test::RectGeometry(0.25, 1.75, 2, 8, 4); }
-const Box kTileBounds{0, 4, 0, 2};
-
-struct Pass {
-  MapImage image;
+TEST(ImagePassTest, NearestPixelsThroughTheKindsInLayerOrder) {
+  // 8 x 4 pixels over lon 0..4, lat 0..2: pixel (x, y) samples tile pixel
+  // (x / 2, y / 2) of a 4 x 2 tile over those bounds.
+  Canvas c(test::RectGeometry(0.25, 1.75, 2, 8, 4));
+  const Box bounds{0, 4, 0, 2};
   ImagePassScratch scratch;
-};
-
-void RunPass(Pass& pass, const MapGeometry& g, std::vector<ImageLayerInput> layers) {
-  test::FillImage(g, pass.image);
-  DrawSurface surface(&pass.image, g);
-  DrawImageLayers(surface, pass.scratch, layers);
-}
-
-TEST(ImagePassTest, NearestPixelOfTheTile) {
-  LoadedImage tile = Tile(4, 2, 3, {0, 0, 0, 1, 1, 1, 2, 2, 2, 3, 3, 3,  //
-                                    4, 4, 4, 5, 5, 5, 6, 6, 6, 7, 7, 7});
-  const ImageTileRef tiles[] = {{&tile, kTileBounds}};
-  ImageLayerInput layer{"world", kTransOpaque, 1.0, {}, 0.0, tiles};
-  Pass pass;
-  MapGeometry g = TwoPixelsPerTilePixel();
-  RunPass(pass, g, {layer});
+  LoadedImage ramp = Tile(4, 2, 3, {0, 0, 0, 1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4, 5, 5, 5, 6, 6, 6, 7, 7, 7});
+  const ImageTileRef ramp_tiles[] = {{&ramp, bounds}};
+  Draw(c, scratch, {{"ramp", kTransOpaque, 1.0, {}, 0.0, ramp_tiles}});
   for (int64_t y = 0; y < 4; ++y) {
     for (int64_t x = 0; x < 8; ++x) {
       const int v = static_cast<int>(4 * (y / 2) + x / 2);
-      EXPECT_EQ(At(pass.image, x, y), (Rgb3{v, v, v})) << x << "," << y;
+      EXPECT_EQ(c.At(x, y), (Rgb3{v, v, v})) << x << "," << y;
     }
   }
-}
 
-TEST(ImagePassTest, LayersInOrderThroughTheirKinds) {
   LoadedImage base = Tile(1, 1, 3, {100, 200, 50});
   // RGB over the base: XOR at full alpha.
   LoadedImage xor_tile = Tile(1, 1, 3, {200, 100, 0});
@@ -78,35 +63,71 @@ TEST(ImagePassTest, LayersInOrderThroughTheirKinds) {
   LoadedImage keyed = Tile(4, 1, 3, {0, 255, 0, 0, 255, 0, 3, 250, 2, 9, 9, 9});
   // Alpha samples: 0 draws nothing, 255 copies, 51 blends a fifth.
   LoadedImage alpha = Tile(4, 1, 4, {255, 0, 0, 0, 0, 255, 255, 255, 3, 3, 3, 51, 0, 0, 0, 255});
-  const ImageTileRef base_tiles[] = {{&base, kTileBounds}};
-  const ImageTileRef xor_tiles[] = {{&xor_tile, kTileBounds}};
-  const ImageTileRef keyed_tiles[] = {{&keyed, kTileBounds}};
-  const ImageTileRef alpha_tiles[] = {{&alpha, kTileBounds}};
+  const ImageTileRef base_tiles[] = {{&base, bounds}}, xor_tiles[] = {{&xor_tile, bounds}},
+                     keyed_tiles[] = {{&keyed, bounds}}, alpha_tiles[] = {{&alpha, bounds}};
   const ImageLayerInput base_layer{"base", kTransOpaque, 1.0, {}, 0.0, base_tiles};
-  MapGeometry g = TwoPixelsPerTilePixel();
-  Pass pass;
-
-  RunPass(pass, g, {base_layer, {"xor", kTransXor, 1.0, {}, 0.0, xor_tiles}});
-  EXPECT_EQ(At(pass.image, 3, 1), (Rgb3{172, 172, 50}));
-
-  RunPass(pass, g, {base_layer, {"keyed", kTransColourOpaque, 1.0, {0, 255, 0}, 6.0 / 255, keyed_tiles}});
-  EXPECT_EQ(At(pass.image, 0, 0), (Rgb3{100, 200, 50}));
-  EXPECT_EQ(At(pass.image, 2, 0), (Rgb3{100, 200, 50}));
-  EXPECT_EQ(At(pass.image, 4, 0), (Rgb3{100, 200, 50}));  // within 6 of (0, 255, 0)
-  EXPECT_EQ(At(pass.image, 6, 0), (Rgb3{9, 9, 9}));
-
-  RunPass(pass, g, {base_layer, {"alpha", kTransOpaque, 1.0, {}, 0.0, alpha_tiles}});
-  EXPECT_EQ(At(pass.image, 0, 0), (Rgb3{100, 200, 50}));
-  EXPECT_EQ(At(pass.image, 2, 0), (Rgb3{0, 255, 255}));
-  EXPECT_EQ(At(pass.image, 4, 0), (Rgb3{80, 160, 40}));  // 0.8 p + 0.2 * 3, truncated
+  Draw(c, scratch, {base_layer, {"xor", kTransXor, 1.0, {}, 0.0, xor_tiles}});
+  EXPECT_EQ(c.At(3, 1), (Rgb3{172, 172, 50}));
+  Draw(c, scratch, {base_layer, {"keyed", kTransColourOpaque, 1.0, {0, 255, 0}, 6.0 / 255, keyed_tiles}});
+  for (int64_t x : {0, 2, 4}) EXPECT_EQ(c.At(x, 0), (Rgb3{100, 200, 50})) << x;  // 4: within 6 of (0, 255, 0)
+  EXPECT_EQ(c.At(6, 0), (Rgb3{9, 9, 9}));
+  Draw(c, scratch, {base_layer, {"alpha", kTransOpaque, 1.0, {}, 0.0, alpha_tiles}});
+  EXPECT_EQ(c.At(0, 0), (Rgb3{100, 200, 50}));
+  EXPECT_EQ(c.At(2, 0), (Rgb3{0, 255, 255}));
+  EXPECT_EQ(c.At(4, 0), (Rgb3{80, 160, 40}));  // 0.8 p + 0.2 * 3, truncated
   // The layer's Alpha scales the sample's.
-  RunPass(pass, g, {base_layer, {"alpha", kTransOpaque, 0.5, {}, 0.0, alpha_tiles}});
-  EXPECT_EQ(At(pass.image, 2, 0), (Rgb3{50, 227, 152}));
+  Draw(c, scratch, {base_layer, {"alpha", kTransOpaque, 0.5, {}, 0.0, alpha_tiles}});
+  EXPECT_EQ(c.At(2, 0), (Rgb3{50, 227, 152}));
+}
+
+TEST(ImagePassTest, BilinearKeyedAndElevationSamples) {
+  // Pixel x at lon 0.25 + x / 4: tile pixel centres at lon 0.5 (x 1) and
+  // 1.5 (x 5); the next tile's first centre at 2.5 (x 9).
+  Canvas c(test::RectGeometry(0.25, 0.5, 4, 13, 2));
+  ImagePassScratch scratch;
+  LoadedImage left = Tile(2, 1, 3, {0, 0, 0, 200, 200, 200});
+  LoadedImage right = Tile(2, 1, 3, {100, 100, 100, 100, 100, 100});
+  const ImageTileRef tiles[] = {{&left, {0, 2, 0, 1}}, {&right, {2, 4, 0, 1}}};
+  ImageLayerInput smooth{"smooth", kTransOpaque, 1.0, {}, 0.0, tiles};
+  smooth.bilinear = true;
+  Draw(c, scratch, {smooth});
+  const int expect[] = {0, 0, 50, 100, 150, 200, 175, 150, 125, 100};
+  for (int x = 0; x < 10; ++x) EXPECT_EQ(c.At(x, 0)[0], expect[x]) << x;
+
+  // Kind 5 keys out black before interpolating: the keyed pixel lends no
+  // colour, and where only keyed pixels are the layer below shows.
+  ImageLayerInput keyed{"keyed", kTransColourOpaque, 1.0, {0, 0, 0}, 0.0, std::span(tiles, 1)};
+  keyed.bilinear = true;
+  LoadedImage blue = Tile(1, 1, 3, {0, 0, 255});
+  const ImageTileRef below[] = {{&blue, {0, 4, 0, 1}}};
+  Draw(c, scratch, {{"below", kTransOpaque, 1.0, {}, 0.0, below}, keyed});
+  EXPECT_EQ(c.At(1, 0), test::kBlue);
+  EXPECT_EQ(c.At(3, 0), (Rgb3{100, 100, 227}));  // half-way: the grey pixel alone, at half alpha
+
+  // Elevations 99 and 1000 through a pixel map (below 100 blue, from 100
+  // red, from 1000 green); DATA AS COLOR writes the sample's bytes; without
+  // a pixel map the ramp gives 0 m its green.
+  LoadedImage dem = ElevationRow(false, {99, 1000});
+  const ImageTileRef dem_tiles[] = {{&dem, {0, 2, 0, 1}}};
+  const ThresholdTable thresholds = {{TypedValue::Double(0), TypedValue::Geo(0, 0, 1)},
+                                     {TypedValue::Double(100), TypedValue::Geo(1, 0, 0)},
+                                     {TypedValue::Double(1000), TypedValue::Geo(0, 1, 0)}};
+  ImageLayerInput elevation{"dem", kTransOpaque, 1.0, {}, 0.0, dem_tiles};
+  elevation.elevation_mode = kElevationColour;
+  elevation.pixel_map = &thresholds;
+  Draw(c, scratch, {elevation});
+  EXPECT_EQ(c.At(1, 0), test::kBlue);
+  EXPECT_EQ(c.At(5, 0), test::kGreen);
+  elevation.elevation_mode = kElevationDataAsColour;
+  Draw(c, scratch, {elevation});
+  EXPECT_EQ(c.At(5, 0), (Rgb3{3, 232, 0}));  // 1000 = 0x03e8
+  const SampledColour sea_level = HypsometricColour(0);
+  EXPECT_EQ((Rgb3{sea_level.r, sea_level.g, sea_level.b}), (Rgb3{72, 136, 72}));
 }
 
 TEST(ImagePassTest, ManyTilesWrappedLongitudesAndTilesWithErrors) {
   // A 3 x 3 grid of one-pixel tiles over lon 0..3, lat 0..3; the middle one
-  // has errors. A fourth tile stores lon -1..0 as 359..360.
+  // has errors. A tenth tile stores lon -1..0 as 359..360.
   std::vector<LoadedImage> images;
   for (int i = 0; i < 10; ++i) images.push_back(Tile(1, 1, 3, {uint8_t(10 * i), 0, 0}));
   std::vector<ImageTileRef> tiles;
@@ -116,21 +137,18 @@ TEST(ImagePassTest, ManyTilesWrappedLongitudesAndTilesWithErrors) {
   }
   tiles.push_back({&images[9], {359, 360, 0, 3}});
   // 5 x 3 pixels at lon -1..3 (centres -0.5, 0.5, ...), lat 2.5 .. 0.5.
-  MapGeometry g = test::RectGeometry(-0.5, 2.5, 1, 5, 3);
-  Pass pass;
+  Canvas c(test::RectGeometry(-0.5, 2.5, 1, 5, 3));
+  ImagePassScratch scratch;
   test::MessageCapture capture;
-  RunPass(pass, g, {{"grid", kTransOpaque, 1.0, {}, 0.0, tiles}});
+  Draw(c, scratch, {{"grid", kTransOpaque, 1.0, {}, 0.0, tiles}});
   EXPECT_EQ(capture.Texts(), std::vector<std::string>{"Error: Skipping image tiles with errors: grid"});
   for (int64_t y = 0; y < 3; ++y) {
-    EXPECT_EQ(At(pass.image, 0, y)[0], 90);
+    EXPECT_EQ(c.At(0, y)[0], 90);
     for (int64_t x = 1; x < 4; ++x) {
       const int tile = static_cast<int>((2 - y) * 3 + (x - 1));
-      if (tile == 4)
-        EXPECT_TRUE(test::IsBackground(pass.image, x, y));
-      else
-        EXPECT_EQ(At(pass.image, x, y)[0], 10 * tile) << x << "," << y;
+      EXPECT_EQ(c.At(x, y), (tile == 4 ? test::kBack : Rgb3{10 * tile, 0, 0})) << x << "," << y;
     }
-    EXPECT_TRUE(test::IsBackground(pass.image, 4, y));  // lon 3.5: no tile
+    EXPECT_EQ(c.At(4, y), test::kBack);  // lon 3.5: no tile
   }
 }
 
@@ -138,21 +156,17 @@ TEST(ImagePassTest, GlobeRowsCountFromTheBottom) {
   // North half white, south half black.
   LoadedImage world = Tile(2, 2, 3, {255, 255, 255, 255, 255, 255, 0, 0, 0, 0, 0, 0});
   const ImageTileRef tiles[] = {{&world, {-180, 180, -90, 90}}};
-  MapGeometry g = test::GlobeGeometry(45, 0, 41);
-  Pass pass;
-  RunPass(pass, g, {{"world", kTransOpaque, 1.0, {}, 0.0, tiles}});
+  Canvas c(test::GlobeGeometry(45, 0, 41));
+  ImagePassScratch scratch;
+  Draw(c, scratch, {{"world", kTransOpaque, 1.0, {}, 0.0, tiles}});
   for (int64_t y = 0; y < 41; ++y) {
     for (int64_t x = 0; x < 41; ++x) {
-      const LatLonPoint p = test::PixelLatLon(g, x, y);
-      if (!p.ok) {
-        EXPECT_TRUE(test::IsBackground(pass.image, x, y));
-        continue;
-      }
       // Latitude 0 itself is the first row of the southern half.
-      EXPECT_EQ(At(pass.image, x, y), (p.lat > 0 ? Rgb3{255, 255, 255} : Rgb3{0, 0, 0})) << x << "," << y;
+      const LatLonPoint p = test::PixelLatLon(c.g, x, y);
+      EXPECT_EQ(c.At(x, y), !p.ok ? test::kBack : p.lat > 0 ? test::kWhite : test::kBlack) << x << "," << y;
     }
   }
-  EXPECT_EQ(At(pass.image, 20, 2), (Rgb3{255, 255, 255}));  // the north is up
+  EXPECT_EQ(c.At(20, 2), test::kWhite);  // the north is up
 }
 
 TEST(ImagePassTest, RunsOfAdjacentImageLayers) {
@@ -160,20 +174,18 @@ TEST(ImagePassTest, RunsOfAdjacentImageLayers) {
       off_vector{kLayerVector, false};
   struct Case {
     std::vector<LayerSlot> slots;
-    size_t start;
     std::vector<size_t> layers;
     size_t intervening, tail, next;
   } cases[] = {
-      {{image, image, image}, 0, {0, 1, 2}, 0, 0, 3},
-      {{image, off, off_vector, image, off, vector, image}, 0, {0, 3}, 2, 1, 5},
-      {{image, off, off}, 0, {0}, 0, 2, 3},
+      {{image, image, image}, {0, 1, 2}, 0, 0, 3},
+      {{image, off, off_vector, image, off, vector, image}, {0, 3}, 2, 1, 5},
+      {{image, off, off}, {0}, 0, 2, 3},
   };
   for (const Case& c : cases) {
-    const ImageLayerRun run = FindImageLayerRun(c.slots, c.start);
+    const ImageLayerRun run = FindImageLayerRun(c.slots, 0);
     EXPECT_EQ(run.layers, c.layers);
-    EXPECT_EQ(run.intervening_inactive, c.intervening);
-    EXPECT_EQ(run.skipped_inactive_tail, c.tail);
-    EXPECT_EQ(run.next, c.next);
+    EXPECT_EQ((std::array{run.intervening_inactive, run.skipped_inactive_tail, run.next}),
+              (std::array{c.intervening, c.tail, c.next}));
   }
   test::MessageCapture capture;
   kav::Messages().verbosity = 7;
@@ -185,8 +197,8 @@ TEST(ImagePassTest, RunsOfAdjacentImageLayers) {
 
 TEST(ElevationTest, NearestSampleOrNoData) {
   // 4 x 1 signed cells over the world, one of them no data (-32768).
-  LoadedImage dem = ElevationTile(4, 1, true, {uint16_t(int16_t{-5}), 1200, 0x8000, 7});
-  LoadedImage unsigned_dem = ElevationTile(1, 1, false, {60000});
+  LoadedImage dem = ElevationRow(true, {uint16_t(int16_t{-5}), 1200, 0x8000, 7});
+  LoadedImage unsigned_dem = ElevationRow(false, {60000});
   LoadedImage colour = Tile(1, 1, 3, {1, 2, 3});
   const ImageTileRef world[] = {{&dem, {-180, 180, -90, 90}}};
   const ImageTileRef small[] = {{&unsigned_dem, {0, 10, 0, 10}}, {&colour, {0, 10, 0, 10}}};

@@ -46,7 +46,7 @@ TEST_F(TextFixture, LabelPixelsLieInsideTheAnchoredBox) {
       for (const double angle : angles) {
         SCOPED_TRACE(std::string(font_name) + " anchor " + std::to_string(anchor) + " angle " + std::to_string(angle));
         MapImage image;
-        test::FillImage(g, image);
+        ASSERT_TRUE(AllocateMapImage(g, image));
         DrawSurface surface(&image, g);
         TextStyle style;
         style.anchor = anchor;
@@ -70,12 +70,12 @@ TEST_F(TextFixture, LabelPixelsLieInsideTheAnchoredBox) {
         // box edge runs round it untouched by the text or its outline.
         if (angle == 0.0) {
           for (int64_t x = bounds.min_x; x <= bounds.max_x; ++x) {
-            ASSERT_TRUE(test::IsColour(image, x, bounds.min_y, style.box_edge_colour));
-            ASSERT_TRUE(test::IsColour(image, x, bounds.max_y, style.box_edge_colour));
+            ASSERT_EQ(test::At(image, x, bounds.min_y), test::kRed);
+            ASSERT_EQ(test::At(image, x, bounds.max_y), test::kRed);
           }
           for (int64_t y = bounds.min_y; y <= bounds.max_y; ++y) {
-            ASSERT_TRUE(test::IsColour(image, bounds.min_x, y, style.box_edge_colour));
-            ASSERT_TRUE(test::IsColour(image, bounds.max_x, y, style.box_edge_colour));
+            ASSERT_EQ(test::At(image, bounds.min_x, y), test::kRed);
+            ASSERT_EQ(test::At(image, bounds.max_x, y), test::kRed);
           }
           if (HorizontalAnchor(anchor) == kAnchorHLeft) {
             EXPECT_EQ(bounds.min_x, 130);
@@ -93,9 +93,9 @@ TEST_F(TextFixture, LabelPixelsLieInsideTheAnchoredBox) {
         int changed = 0, text_pixels = 0;
         for (int64_t y = 0; y < image.height(); ++y) {
           for (int64_t x = 0; x < image.width(); ++x) {
-            if (test::IsBackground(image, x, y)) continue;
+            if (test::At(image, x, y) == test::kBack) continue;
             ++changed;
-            const uint8_t* px = test::Pixel(image, x, y);
+            const test::Rgb3 px = test::At(image, x, y);
             text_pixels += px[0] > 150 && px[1] > 150 && px[2] < 100;  // mostly label colour
             // The centre lies inside the (possibly turned) box.
             const PixelVertex (&c)[4] = p.corners;
@@ -152,7 +152,7 @@ TEST(LabelFormat, ExpandsStringAndNumberAttributes) {
 TEST_F(TextFixture, LayerLayoutKeepsTheHigherPriorityOfOverlappingLabels) {
   const MapGeometry g = test::RectGeometry(0.0, 10.0, 20.0, 201, 201);
   MapImage image;
-  test::FillImage(g, image);
+  ASSERT_TRUE(AllocateMapImage(g, image));
   DrawSurface surface(&image, g);
 
   Layer layer("places");
