@@ -246,18 +246,20 @@ class TileDrawer {
     if (symbol.type & kMarkerCustomIcon) symbol.icon = scratch_.icons.Get(layer_.record.lif_dir, style->icon_name);
     const bool earlier_hit = surface_.hit();
     if (query_) surface_.set_hit(false);
+    bool drawn = false;
     for (int s = 0; s < shift_count; ++s) {
       const PixelPoint p = LatLonToPixel(geometry_, marker.y, marker.x + shifts[s]);
       if (!(p.z >= 0.0)) continue;  // far side of the globe, or outside the world
       scratch_.markers.Draw(surface_, scratch_.edges, p.x, p.y, symbol);
       if (labels_ != nullptr) labels_->AddMarker(data_, index, marker, p.x, p.y);
+      drawn = true;
     }
     if (query_) {
       if (surface_.hit() && hits_ != nullptr) hits_->push_back(index);
       surface_.set_hit(earlier_hit || surface_.hit());
       return;
     }
-    ++stats_.markers;
+    if (drawn) ++stats_.markers;
   }
 
   DrawSurface& surface_;

@@ -248,6 +248,16 @@ TEST(VectorTileDrawerTest, GlobeRingsAreClippedToTheVisibleSide) {
   VectorData cap;
   cap.AddFeature(Rect(-180, -90, 180, -70, 0, nullptr, 5));
   CheckGlobe(GlobeGeometry(-90, 0, 101), cap, [](double lat, double) { return lat < -72 ? 1 : lat > -68 ? 0 : -1; });
+  // A marker just behind the limb passes the view test by its box but is
+  // neither drawn nor counted.
+  for (auto [lon, count] : {std::pair{88.0, 1}, {91.5, 0}}) {
+    VectorData one;
+    one.AddFeature(Marker(lon, 0));
+    Layer layer = VectorLayer(kFillTypeFill);
+    Canvas c(g);
+    EXPECT_EQ(Draw(c, layer, one).stats.markers, count) << lon;
+    EXPECT_EQ(c.Count(kBlue) > 0, count == 1) << lon;
+  }
 }
 
 TEST(VectorStrokeTest, ThickLinesJoinsCapsAndEdges) {
