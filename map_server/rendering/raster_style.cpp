@@ -51,15 +51,14 @@ SampledColour ThresholdColour(const TypedValue& output) {
 
 void ElevationPalette::Build(const ThresholdTable* table, bool key, const double key_colour[3],
                              double tolerance) {
-  const size_t table_size = table != nullptr ? table->size() : 0;
-  if (built_ && table_ == table && table_size_ == table_size && key_ == key &&
+  if (built_ && has_table_ == (table != nullptr) && (table == nullptr || *table == table_) && key_ == key &&
       (!key || (key_colour_[0] == key_colour[0] && key_colour_[1] == key_colour[1] &&
                 key_colour_[2] == key_colour[2] && tolerance_ == tolerance))) {
     return;
   }
   built_ = true;
-  table_ = table;
-  table_size_ = table_size;
+  has_table_ = table != nullptr;
+  if (table != nullptr) table_ = *table;
   key_ = key;
   for (int i = 0; i < 3; ++i) key_colour_[i] = key_colour[i];
   tolerance_ = tolerance;

@@ -62,8 +62,8 @@ class ElevationPalette {
  private:
   std::vector<SampledColour> colours_;  // by elevation + 32768
   bool built_ = false;
-  const ThresholdTable* table_ = nullptr;
-  size_t table_size_ = 0;
+  bool has_table_ = false;
+  ThresholdTable table_;  // a copy: the layer's table may be replaced at the same address
   bool key_ = false;
   double key_colour_[3] = {0, 0, 0};
   double tolerance_ = 0;

@@ -43,6 +43,7 @@ struct TypedValue {
 struct Threshold {
   TypedValue input;
   TypedValue output;
+  bool operator==(const Threshold&) const = default;
 };
 
 // A threshold file's entries, in file order.

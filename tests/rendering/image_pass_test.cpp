@@ -109,7 +109,7 @@ TEST(ImagePassTest, BilinearKeyedAndElevationSamples) {
   // a pixel map the ramp gives 0 m its green.
   LoadedImage dem = ElevationRow(false, {99, 1000});
   const ImageTileRef dem_tiles[] = {{&dem, {0, 2, 0, 1}}};
-  const ThresholdTable thresholds = {{TypedValue::Double(0), TypedValue::Geo(0, 0, 1)},
+  ThresholdTable thresholds = {{TypedValue::Double(0), TypedValue::Geo(0, 0, 1)},
                                      {TypedValue::Double(100), TypedValue::Geo(1, 0, 0)},
                                      {TypedValue::Double(1000), TypedValue::Geo(0, 1, 0)}};
   ImageLayerInput elevation{"dem", kTransOpaque, 1.0, {}, 0.0, dem_tiles};
@@ -118,6 +118,10 @@ TEST(ImagePassTest, BilinearKeyedAndElevationSamples) {
   Draw(c, scratch, {elevation});
   EXPECT_EQ(c.At(1, 0), test::kBlue);
   EXPECT_EQ(c.At(5, 0), test::kGreen);
+  // The same table changed in place gives new colours (the palette is not kept by address).
+  thresholds[0].output = TypedValue::Geo(1, 0, 0);
+  Draw(c, scratch, {elevation});
+  EXPECT_EQ(c.At(1, 0), test::kRed);
   elevation.elevation_mode = kElevationDataAsColour;
   Draw(c, scratch, {elevation});
   EXPECT_EQ(c.At(5, 0), (Rgb3{3, 232, 0}));  // 1000 = 0x03e8
