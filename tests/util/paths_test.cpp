@@ -1,5 +1,7 @@
 #include "map_server/util/paths.h"
 
+#include "map_server/dataset/layer_paths.h"
+
 #include <gtest/gtest.h>
 
 namespace vmp {
@@ -31,6 +33,18 @@ TEST(PathsTest, DirectoryAndBaseName) {
   EXPECT_EQ(DirectoryOf("/c.lif"), "/");
   EXPECT_EQ(BaseName("a/b/c.lif"), "c.lif");
   EXPECT_EQ(BaseName("c.lif"), "c.lif");
+}
+
+TEST(PathsTest, GridTilePaths) {
+  // A single tile names its file; any other grid, a row or a column of
+  // tiles too, expands the name with the column and the row.
+  LayerRecord r;
+  r.data_path = "t/e_%_%.tif";
+  for (auto [columns, rows, expect] : {std::tuple{1, 1, "t/e_%_%.tif"}, {4, 1, "t/e_2_0.tif"}, {1, 4, "t/e_2_0.tif"}}) {
+    r.num_tiles_x = columns;
+    r.num_tiles_y = rows;
+    EXPECT_EQ(GridTilePath(r, 2, 0), expect) << columns << "x" << rows;
+  }
 }
 
 }  // namespace
