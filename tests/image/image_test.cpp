@@ -98,7 +98,7 @@ TEST(ImageLoaderTest, Layouts) {
       {"writer.tif", writer(rgb.data(), 0, false), kTiffFormat, 3, false, false, rgb.data(), 0},
       {"alpha.tif", writer(rgba.data(), 0, true), kTiffFormat, 4, false, false, rgba.data(), 0},
       {"dem.tif", writer(dem.data(), kTiffElevationKind, false), kTiffFormat, 1, true, false, dem.data(), 0},
-      {"sdem.tif", writer(dem.data(), kTiffElevationKind, true, true), kTiffFormat, 1, true, true, dem.data(), 0},
+      {"sdem.tif", writer(dem.data(), kTiffElevationKind, false, true), kTiffFormat, 1, true, true, dem.data(), 0},
       {"lzw.Tif", Tiff({.width = w, .height = h, .compression = COMPRESSION_LZW, .rows_per_strip = 9}, rgb.data()),
        kTiffFormat, 3, false, false, rgb.data(), 0},
       {"tiles.tif", Tiff({.width = w, .height = h, .tile_size = 32}, rgb.data()), kTiffFormat, 3, false, false, rgb.data(), 0},
@@ -392,19 +392,21 @@ TEST(ImageWritersTest, Failures) {
 }
 
 // The rest of the TIFF writer's tags show in the files read back above.
-TEST(TiffWriterTest, DeflateStripsOfOneRow) {
+TEST(TiffWriterTest, DeflateStripsOfOneRowAndNoAlphaForElevations) {
   test::TempDir dir;
   const Bytes data(5 * 3 * 4, 9);
-  ASSERT_TRUE(VmpWriteTiff(nullptr, dir / "t.tif", data.data(), 5, 3, 0, true));
+  ASSERT_TRUE(VmpWriteTiff(nullptr, dir / "t.tif", data.data(), 5, 3, kTiffElevationKind, true));
   TIFF* tif = TIFFOpen((dir / "t.tif").c_str(), "r");
   ASSERT_NE(tif, nullptr);
-  uint16_t compression = 0;
+  uint16_t compression = 0, extra_count = 0, *extra = nullptr;
   uint32_t rows_per_strip = 0;
   TIFFGetField(tif, TIFFTAG_COMPRESSION, &compression);
   TIFFGetField(tif, TIFFTAG_ROWSPERSTRIP, &rows_per_strip);
+  TIFFGetField(tif, TIFFTAG_EXTRASAMPLES, &extra_count, &extra);
   TIFFClose(tif);
   EXPECT_EQ(compression, COMPRESSION_DEFLATE);
   EXPECT_EQ(rows_per_strip, 1u);
+  EXPECT_EQ(extra_count, 0u);
 }
 
 TEST(SaveMapImageTest, WritesTheImageAtItsOwnSize) {
