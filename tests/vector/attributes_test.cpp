@@ -138,8 +138,8 @@ struct Fixture {
          {3, TypedValue::Geo(1, 2, 3)},
          {4, TypedValue::String(std::nullopt)},
          {6, TypedValue::Double(1500)}}));
-    data.AddFeature(test::MakeMarker(0, 4, 5, std::nullopt,
-                                     {{0, TypedValue::String("Elm St")}, {8, TypedValue::Double(1)}}));
+    data.AddFeature(test::MakeMarker(
+        0, 4, 5, std::nullopt, {{0, TypedValue::String("Elm St")}, {8, TypedValue::Double(1)}}));
     for (auto f : {CustomAttributeFields{100, "size_word", "VMP_S"},
                    CustomAttributeFields{101, "name_class", "VMP_D"},
                    CustomAttributeFields{102, "color_class", "VMP_D"}}) {
