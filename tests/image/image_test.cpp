@@ -1,11 +1,17 @@
-#include "map_server/image/image_loader.h"
-
+// Image files: every layout the readers take, their refusals and messages,
+// and what the JPEG and TIFF writers put into their files.
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 
 #include <cstring>
+#include <fstream>
 #include <functional>
 
+#include "map_server/geometry/map_geometry.h"
+#include "map_server/geometry/map_image.h"
+#include "map_server/image/image_loader.h"
 #include "map_server/image/image_settings.h"
 #include "map_server/image/jpeg_writer.h"
 #include "map_server/image/tiff_writer.h"
@@ -21,6 +27,7 @@ using test::PngLayout;
 using test::TiffLayout;
 using Bytes = std::vector<uint8_t>;
 using Maker = std::function<bool(const std::string&)>;
+using Texts = std::vector<std::string>;
 
 Maker Png(PngLayout layout, const Bytes& data) {
   return [=](const std::string& p) { return test::WritePng(p, layout, data.data()); };
@@ -28,16 +35,8 @@ Maker Png(PngLayout layout, const Bytes& data) {
 Maker Tiff(TiffLayout layout, const void* data) {
   return [=](const std::string& p) { return test::WriteTiff(p, layout, data); };
 }
-
 bool WriteBytes(const std::string& path, const std::string& bytes) {
-  std::FILE* file = std::fopen(path.c_str(), "wb");
-  if (file == nullptr) return false;
-  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-  return std::fclose(file) == 0 && written;
-}
-
-Bytes PixelsOf(const LoadedImage& image) {
-  return Bytes(image.pixels.data(), image.pixels.data() + image.pixels.size());
+  return static_cast<bool>(std::ofstream(path, std::ios::binary) << bytes);
 }
 
 // Every layout each reader takes, decoded to the expected samples: PNG and
@@ -255,26 +254,30 @@ TEST(ImageLoaderTest, SizeLimitAndReports) {
 }
 
 // Colours of 4-sample TIFFs come premultiplied from libtiff and are
-// un-premultiplied unless VMP_UNMULTIPLY_TIFF_ALPHA is "false" (read once a
-// process). Associated alpha and a missing ExtraSamples tag are warned about.
+// un-premultiplied (sample * 255 / alpha, at most 255) unless
+// VMP_UNMULTIPLY_TIFF_ALPHA is "false" (read once a process). Associated
+// alpha and a missing ExtraSamples tag are warned about.
 TEST(ImageLoaderTest, UnpremultiplySwitch) {
   test::TempDir dir;
   const std::string path = dir / "alpha.tif";
   auto load = [&](const Bytes& pixels, std::vector<uint16_t> extra) {
     const uint32_t width = static_cast<uint32_t>(pixels.size() / 4);
-    const TiffLayout layout{.width = width, .height = 1, .samples = 4, .extra_samples = extra};
-    EXPECT_TRUE(test::WriteTiff(path, layout, pixels.data()));
+    EXPECT_TRUE(test::WriteTiff(
+        path, {.width = width, .height = 1, .samples = 4, .extra_samples = extra}, pixels.data()));
     LoadedImage image;
     EXPECT_TRUE(LoadImageFile(path, kImageFormatFromName, false, image));
-    return PixelsOf(image);
+    return Bytes(image.pixels.data(), image.pixels.data() + image.pixels.size());
   };
-  // (100, 50, 0, 128) as libtiff hands it over, from three files: associated
-  // alpha, no ExtraSamples tag, and unassociated (199, 99, 0, 128).
-  struct File { std::vector<uint16_t> extra; Bytes pixel; bool warned; } files[] = {
-      {{EXTRASAMPLE_ASSOCALPHA}, {100, 50, 0, 128}, true},
-      {{}, {100, 50, 0, 128}, true},
+  // Pixels as libtiff hands them over, from three files: associated alpha,
+  // no ExtraSamples tag, and unassociated (whose colours libtiff multiplies).
+  const Bytes in = {100, 50, 0, 128,  1, 1, 0, 1,  10, 20, 30, 0,  10, 20, 30, 255,
+                    200, 129, 128, 128,  127, 0, 254, 254};
+  const Bytes out = {199, 99, 0, 128,  255, 255, 0, 1,  10, 20, 30, 0,  10, 20, 30, 255,
+                     255, 255, 255, 128,  127, 0, 255, 254};
+  struct File { std::vector<uint16_t> extra; Bytes pixels; bool warned; } files[] = {
+      {{EXTRASAMPLE_ASSOCALPHA}, in, true},
+      {{}, in, true},
       {{EXTRASAMPLE_UNASSALPHA}, {199, 99, 0, 128}, false}};
-  const Bytes on = {199, 99, 0, 128}, off = {100, 50, 0, 128};
   const std::string warning = "Warning: Unsupported TIFF associated alpha mode.: " + path;
   for (const char* env : {(const char*)nullptr, "true", "false", "no"}) {
     if (env)
@@ -285,23 +288,144 @@ TEST(ImageLoaderTest, UnpremultiplySwitch) {
     for (const File& f : files) {
       SCOPED_TRACE(std::string(env ? env : "unset") + (f.warned ? " warned" : ""));
       MessageCapture capture;
-      EXPECT_EQ(load(f.pixel, f.extra), env && std::string(env) == "false" ? off : on);
-      EXPECT_EQ(capture.Texts(), f.warned ? std::vector<std::string>{warning}
-                                          : std::vector<std::string>{});
+      const Bytes& all = env && std::string(env) == "false" ? in : out;
+      EXPECT_EQ(load(f.pixels, f.extra), Bytes(all.begin(), all.begin() + f.pixels.size()));
+      EXPECT_EQ(capture.Texts(), f.warned ? Texts{warning} : Texts{});
     }
   }
   setenv("VMP_UNMULTIPLY_TIFF_ALPHA", "false", 1);  // fixed on first use: ignored now
   MessageCapture capture;
-  EXPECT_EQ(load(off, {EXTRASAMPLE_ASSOCALPHA}), on);
-  // The arithmetic: sample * 255 / alpha for alpha 1..254, at most 255.
+  EXPECT_EQ(load(in, {EXTRASAMPLE_ASSOCALPHA}), out);
   unsetenv("VMP_UNMULTIPLY_TIFF_ALPHA");
   ImageFiles().unmultiply_tiff_alpha.reset();
-  const Bytes in = {1, 1, 0, 1,   10, 20, 30, 0,   10, 20, 30, 255,
-                    200, 129, 128, 128,   127, 0, 254, 254};
-  const Bytes out = {255, 255, 0, 1,   10, 20, 30, 0,   10, 20, 30, 255,
-                     255, 255, 255, 128,   127, 0, 255, 254};
-  EXPECT_EQ(load(in, {EXTRASAMPLE_ASSOCALPHA}), out);
-  ImageFiles().unmultiply_tiff_alpha.reset();
+}
+
+// Baseline YCbCr with libjpeg's default sampling and the quantisation
+// tables of quality 85; the caller's stream stays open, flushed.
+TEST(JpegWriterTest, MapImageIsBaselineQuality85) {
+  const Bytes rgb = test::Pattern(512, 512, 3);
+  MessageCapture capture;
+  std::FILE* stream = std::tmpfile();
+  ASSERT_TRUE(WriteMapJpeg(stream, "", rgb.data(), 512, 512));
+  std::string bytes(static_cast<size_t>(std::ftell(stream)), '\0');
+  std::rewind(stream);
+  ASSERT_EQ(std::fread(bytes.data(), 1, bytes.size(), stream), bytes.size());
+  EXPECT_NE(bytes.find("\xff\xc0"), std::string::npos);  // baseline frame
+  EXPECT_EQ(bytes.find("\xff\xc2"), std::string::npos);  // no progressive one
+  std::rewind(stream);
+  jpeg_decompress_struct file;
+  jpeg_compress_struct wanted;
+  jpeg_error_mgr err;
+  file.err = wanted.err = jpeg_std_error(&err);
+  jpeg_create_decompress(&file);
+  jpeg_stdio_src(&file, stream);
+  jpeg_read_header(&file, TRUE);
+  jpeg_create_compress(&wanted);
+  wanted.in_color_space = JCS_RGB;
+  jpeg_set_defaults(&wanted);
+  jpeg_set_quality(&wanted, 85, TRUE);
+  EXPECT_EQ(file.jpeg_color_space, JCS_YCbCr);
+  ASSERT_EQ(file.num_components, 3);
+  for (int c = 0; c < 3; ++c) {
+    EXPECT_EQ(file.comp_info[c].h_samp_factor, wanted.comp_info[c].h_samp_factor);
+    EXPECT_EQ(file.comp_info[c].v_samp_factor, wanted.comp_info[c].v_samp_factor);
+  }
+  for (int t = 0; t < 2; ++t) {
+    EXPECT_TRUE(std::equal(file.quant_tbl_ptrs[t]->quantval, file.quant_tbl_ptrs[t]->quantval + 64,
+                           wanted.quant_tbl_ptrs[t]->quantval)) << "table " << t;
+  }
+  jpeg_destroy_decompress(&file);
+  jpeg_destroy_compress(&wanted);
+  std::fclose(stream);
+  EXPECT_TRUE(capture.messages().empty());
+}
+
+// Runs `write` with the process's file size limit at 2000 bytes (writes
+// past it fail with EFBIG instead of a signal).
+bool WriteWithSmallFileLimit(const std::function<bool()>& write) {
+  struct rlimit saved;
+  getrlimit(RLIMIT_FSIZE, &saved);
+  auto previous = signal(SIGXFSZ, SIG_IGN);
+  struct rlimit small = saved;
+  small.rlim_cur = 2000;
+  setrlimit(RLIMIT_FSIZE, &small);
+  const bool result = write();
+  setrlimit(RLIMIT_FSIZE, &saved);
+  signal(SIGXFSZ, previous);
+  return result;
+}
+
+TEST(ImageWritersTest, Failures) {
+  test::TempDir dir;
+  std::vector<uint8_t> noise(256 * 256 * 3);
+  uint32_t state = 12345;
+  for (uint8_t& b : noise) b = static_cast<uint8_t>((state = state * 1103515245 + 12345) >> 24);
+  const uint8_t* px = noise.data();
+  const std::string missing = dir / "no/such.out", jpg = dir / "big.jpg", tif = dir / "big.tif";
+  const std::string jpeg_size = "Error: Invalid image size for JPEG output: " + missing;
+  struct Case {
+    std::function<bool()> write;
+    std::string text;
+    int severity;
+  } cases[] = {
+      // clang-format off
+      {[&] { return WriteMapJpeg(nullptr, missing, px, 16, 16); }, "Error: Could not be opened for writing: " + missing, kError},
+      {[&] { return WriteMapJpeg(nullptr, missing, px, 0, 16); }, jpeg_size, kError},
+      {[&] { return WriteMapJpeg(nullptr, missing, px, 70000, 1); }, jpeg_size, kError},
+      {[&] { return WriteWithSmallFileLimit([&] { return WriteMapJpeg(nullptr, jpg, px, 256, 256); }); },
+       "Error: Error writing image file: " + jpg, kError},
+      {[&] { return VmpWriteTiff(stdout, tif, px, 2, 2, 0, false); }, "Internal Error: Unexpected FILE* in VmpWriteTiff",
+       kInternalError},
+      {[&] { return VmpWriteTiff(nullptr, missing, px, 2, 2, 0, false); }, "Error: Could not be opened for writing: " + missing, kError},
+      {[&] { return VmpWriteTiff(nullptr, tif, px, 0, 2, 0, false); }, "Error: Error writing image file : " + tif, kError},
+      {[&] { return WriteWithSmallFileLimit([&] { return VmpWriteTiff(nullptr, tif, px, 256, 256, 0, false); }); },
+       "Error: Error writing image file : " + tif, kError},
+      // clang-format on
+  };
+  for (const Case& c : cases) {
+    MessageCapture capture;
+    EXPECT_FALSE(c.write()) << c.text;
+    ASSERT_EQ(capture.Texts(), Texts{c.text});
+    EXPECT_EQ(capture.messages()[0].severity, c.severity) << c.text;
+  }
+  EXPECT_FALSE(test::FileExists(missing));
+}
+
+// The rest of the TIFF writer's tags show in the files read back above.
+TEST(TiffWriterTest, DeflateStripsOfOneRowAndNoAlphaForElevations) {
+  test::TempDir dir;
+  const Bytes data(5 * 3 * 4, 9);
+  ASSERT_TRUE(VmpWriteTiff(nullptr, dir / "t.tif", data.data(), 5, 3, kTiffElevationKind, true));
+  TIFF* tif = TIFFOpen((dir / "t.tif").c_str(), "r");
+  ASSERT_NE(tif, nullptr);
+  uint16_t compression = 0, extra_count = 0, *extra = nullptr;
+  uint32_t rows_per_strip = 0;
+  TIFFGetField(tif, TIFFTAG_COMPRESSION, &compression);
+  TIFFGetField(tif, TIFFTAG_ROWSPERSTRIP, &rows_per_strip);
+  TIFFGetField(tif, TIFFTAG_EXTRASAMPLES, &extra_count, &extra);
+  TIFFClose(tif);
+  EXPECT_EQ(compression, COMPRESSION_DEFLATE);
+  EXPECT_EQ(rows_per_strip, 1u);
+  EXPECT_EQ(extra_count, 0u);
+}
+
+TEST(SaveMapImageTest, WritesTheImageAtItsOwnSize) {
+  test::TempDir dir;
+  MapGeometryInput in;  // too large: the failed setup leaves a 1 x 1 image to send
+  in.width = in.height = 20000;
+  MapGeometry g;
+  MapImage image;
+  for (int64_t verbosity : {-1, -2}) {
+    MessageCapture capture;
+    ASSERT_FALSE(SetupMapGeometry(in, g, image));
+    capture.Clear();
+    kav::Messages().verbosity = verbosity;
+    ASSERT_TRUE(SaveMapImage(nullptr, dir / "map.jpg", image));
+    EXPECT_EQ(capture.Contains("Info: Map image saving time: "), verbosity <= -2);
+    LoadedImage saved;
+    ASSERT_TRUE(LoadImageFile(dir / "map.jpg", kJpegFormat, false, saved));
+    EXPECT_EQ(saved.width * 10 + saved.height, 11);  // 1 x 1
+  }
 }
 
 }  // namespace

@@ -1,23 +1,30 @@
-#include "map_server/vector/tvf_reader.h"
-
+// TVF files: reading (with every refusal and its messages), writing both
+// encodings byte for byte, and round trips through both.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
+#include <limits>
 #include <random>
 #include <string>
 
 #include "map_server/vector/c_real_scan.h"
+#include "map_server/vector/tvf_encode.h"
+#include "map_server/vector/tvf_reader.h"
 #include "map_server/vector/tvf_writer.h"
 #include "tests/support/message_capture.h"
 #include "tests/support/temp_dir.h"
 #include "tests/vector/tvf_test_support.h"
+#include "toolkit/global_config.h"
 
 namespace vmp {
 namespace {
 
 using test::Le;
 using test::LeReal;
+using test::MakeMarker;
+using test::MakePolygon;
 using test::MessageCapture;
 using Texts = std::vector<std::string>;
 using namespace std::string_literals;
@@ -115,8 +122,7 @@ TEST(TvfReaderTest, IndexMapsGroupsAndPointSlots) {
   EXPECT_EQ(m.max_attr_index, 5);
   EXPECT_EQ(data.max_attr_index, 5);
   EXPECT_EQ(m.FindAttribute(5)->value.numbers[0], 3.0);
-  EXPECT_EQ(m.FindAttribute(3), nullptr);
-  EXPECT_EQ(m.FindAttribute(6), nullptr);
+  EXPECT_TRUE(m.FindAttribute(3) == nullptr && m.FindAttribute(6) == nullptr);
   const PolygonFeature* head = data.features[1]->AsPolygon();
   // The closing ring belongs to the group.
   EXPECT_EQ((std::vector<double>{head->box.min_x, head->box.min_y, head->box.max_x, head->box.max_y,
@@ -148,9 +154,7 @@ TEST(TvfReaderTest, ParseTvfNumber) {
     TvfInput input{std::string_view(c.text)};
     double value = -42;
     ASSERT_EQ(ParseTvfNumber(input, &value), c.ok) << c.text;
-    if (c.ok) {
-      EXPECT_EQ(value, c.value) << c.text;
-    }
+    EXPECT_EQ(c.ok ? value : 0.0, c.value) << c.text;
   }
 }
 
@@ -191,13 +195,15 @@ std::string Written(const VectorData& data, TvfFormat format, const std::string&
 // Varied features written and read back (from the file and through a pipe,
 // across many buffer refills): writing what was read gives the same bytes,
 // so ASCII keeps every value to six decimals and BINARY keeps it exactly.
+// Loads that skip the attributes give the same features without them, and
+// fail where a full load fails.
 TEST(TvfReaderTest, RoundTrips) {
   std::mt19937 rng(7);
   std::uniform_real_distribution<double> coord(-180.0, 180.0);
   VectorData original;
   for (int i = 0; i < 3000; ++i) {
     if (i % 3 == 2) {
-      auto m = test::MakeMarker(i % 2 == 0 ? 2 : 1, coord(rng), coord(rng), "m" + std::to_string(i),
+      auto m = MakeMarker(i % 2 == 0 ? 2 : 1, coord(rng), coord(rng), "m" + std::to_string(i),
                                 {{1, TypedValue::Double(coord(rng))}});
       m->placement1 = coord(rng);
       m->placement2 = coord(rng);
@@ -206,21 +212,35 @@ TEST(TvfReaderTest, RoundTrips) {
     }
     std::vector<std::pair<double, double>> points;
     for (int k = 0; k <= i % 40; ++k) points.push_back({coord(rng), coord(rng)});
-    original.AddFeature(test::MakePolygon(0, points,
-                                          {{0, TypedValue::String(std::string(i % 50, 'q'))},
+    auto text = i % 50 == 1 ? std::nullopt : std::optional(std::string(i % 50 * 20, 'q'));
+    original.AddFeature(MakePolygon(i % 4 == 0, points,
+                                          {{0, TypedValue::String(text)},
                                            {4, TypedValue::Geo(coord(rng), coord(rng), 1e-7)}}));
   }
   test::TempDir dir;
+  const std::string path = dir / "rt.tvf";
   for (TvfFormat format : {TvfFormat::kAscii, TvfFormat::kBinary}) {
-    const std::string bytes = Written(original, format, dir / "rt.tvf");
+    const std::string bytes = Written(original, format, path);
     for (const char* filter : {"", "cat"}) {
-      VectorData loaded;
-      ASSERT_TRUE(LoadTvfFile(dir / "rt.tvf", TvfSource::kTvf, loaded, filter));
+      SCOPED_TRACE(std::to_string(static_cast<int>(format)) + " filter " + filter);
+      VectorData loaded, bare;
+      ASSERT_TRUE(LoadTvfFile(path, TvfSource::kTvf, loaded, filter));
       EXPECT_EQ(loaded.format, format);
       ASSERT_EQ(loaded.FeatureCount(), 3000);
-      EXPECT_TRUE(Written(loaded, format, dir / "again.tvf") == bytes)
-          << "format " << static_cast<int>(format) << " filter " << filter;
+      EXPECT_TRUE(Written(loaded, format, dir / "again.tvf") == bytes);
+      ASSERT_TRUE(LoadTvfFile(path, TvfSource::kTvf, bare, filter, false, TvfAttributes::kSkip));
+      EXPECT_TRUE(bare.attributes_skipped);
+      for (auto& f : loaded.features) f->attributes.clear();
+      const std::string stripped = Written(loaded, format, dir / "again.tvf");
+      EXPECT_TRUE(Written(bare, format, dir / "bare.tvf") == stripped);
     }
+    std::filesystem::resize_file(path, bytes.size() * 2 / 3 + 5);
+    MessageCapture capture;
+    VectorData full, bare;
+    EXPECT_FALSE(LoadTvfFile(path, TvfSource::kTvf, full));
+    EXPECT_FALSE(LoadTvfFile(path, TvfSource::kTvf, bare, {}, false, TvfAttributes::kSkip));
+    EXPECT_GT(full.FeatureCount(), 1000);
+    EXPECT_EQ(bare.FeatureCount(), full.FeatureCount());
   }
 }
 
@@ -267,10 +287,109 @@ TEST(TvfReaderTest, SourcesAndTheirMessages) {
     }
     EXPECT_EQ(texts, c.messages);
   }
-  EXPECT_EQ(BuildFilterCommandLine("gunzip -c", "t.tvf"), "gunzip -c \"t.tvf\"");
-  EXPECT_EQ(BuildFilterCommandLine("conv % -o -", "t.tvf"), "conv \"t.tvf\" -o -");
   EXPECT_EQ(BuildFilterCommandLine("a %% b", "t.tvf"), "a \"t.tvf\"% b");  // only the first "%"
   EXPECT_EQ(BuildFilterCommandLine("%", "t.tvf"), "\"t.tvf\"");
+}
+
+// The small file both encodings are checked on: a polygon with one
+// attribute of each type, a labelled placed marker, a plain marker.
+const std::string kAsciiSample =
+    "69c 2 0 "
+    "\r\n7 0 ffffffffffffffff 2 3 "
+    "0 1 2 ab\0 "s
+    "2 2 1.500000 "
+    "3 3 1.000000 2.000000 3.000000 "
+    "10.000000 20.000000 -30.500000 40.250000 "
+    "\r\n7 1 2 0.500000 -0.250000 3 5 hello\0 "s
+    "1 0 2 7.000000 1.000000 2.000000 "
+    "\r\n7 1 0 1 1 1 -1 5.000000 6.000000 ";
+
+const std::string kBinarySample =
+    "69c 2 1 " +
+    // polygon: marker, type, flag, N, A
+    Le(7) + Le(0) + Le(-1) + Le(2) + Le(3) + Le(0) + Le(1) + Le(2) + "ab\0"s + Le(2) + Le(2) +
+    LeReal(1.5) + Le(3) + Le(3) + LeReal(1) + LeReal(2) + LeReal(3) + LeReal(10) + LeReal(20) +
+    LeReal(-30.5) + LeReal(40.25) +
+    // placed marker: type, placements, flag, label, A, attribute, position
+    Le(7) + Le(1) + Le(2) + LeReal(0.5) + LeReal(-0.25) + Le(3) + Le(5) + "hello\0"s + Le(1) +
+    Le(0) + Le(2) + LeReal(7) + LeReal(1) + LeReal(2) +
+    // plain marker with an absent S value
+    Le(7) + Le(1) + Le(0) + Le(1) + Le(1) + Le(1) + Le(-1) + LeReal(5) + LeReal(6);
+
+TEST(TvfWriterTest, WritesBothEncodingsByteForByte) {
+  VectorData data;
+  data.AddFeature(MakePolygon(-1, {{10, 20}, {-30.5, 40.25}},
+                              {{0, TypedValue::String("ab")},
+                               {2, TypedValue::Double(1.5)},
+                               {3, TypedValue::Geo(1, 2, 3)}}));
+  auto placed = MakeMarker(2, 1, 2, "hello", {{0, TypedValue::Double(7)}});
+  placed->placement1 = 0.5;
+  placed->placement2 = -0.25;
+  placed->flag = 3;
+  data.AddFeature(std::move(placed));
+  data.AddFeature(MakeMarker(0, 5, 6, std::nullopt, {{1, TypedValue::String(std::nullopt)}}));
+  test::TempDir dir;
+  const std::string path = dir / "out.tvf";
+  for (bool binary : {false, true}) {
+    kav::Config().binary_save = binary;  // -b / -a
+    TvfOutput out = OpenTvfOutput(path);
+    kav::Config().binary_save = false;
+    ASSERT_TRUE(out);
+    for (const auto& f : data.features)
+      EXPECT_TRUE(WriteTvfFeature(out.get(), binary ? TvfFormat::kBinary : TvfFormat::kAscii, *f));
+    EXPECT_TRUE(CloseTvfOutput(std::move(out)));
+    EXPECT_EQ(test::ReadFile(path), binary ? kBinarySample : kAsciiSample);
+  }
+  MessageCapture capture;
+  EXPECT_FALSE(OpenTvfOutput("/nonexistent-dir/x.tvf"));
+  EXPECT_EQ(capture.Texts(), Texts{"Error: Could not open output file: /nonexistent-dir/x.tvf"});
+}
+
+TEST(TvfWriterTest, UnsupportedTypesGoToStandardErrorAndKeepTheFileReadable) {
+  test::TempDir dir;
+  const std::string path = dir / "bad.tvf";
+  FILE* out = std::fopen(path.c_str(), "wb");
+  ASSERT_NE(out, nullptr);
+  WriteTvfHeader(out, TvfFormat::kAscii);
+  auto polygon = MakePolygon(0, {{1, 1}}, {{0, TypedValue::Double(4)}});
+  polygon->attributes.push_back(Attribute{1, TypedValue{}});  // no type
+  testing::internal::CaptureStderr();
+  WriteTvfFeature(out, TvfFormat::kAscii, *polygon);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Unsupported data type\n");
+  std::fclose(out);
+  VectorData data;  // the entry is left out of the count as well
+  ASSERT_TRUE(test::LoadBytes(test::ReadFile(path), data));
+  EXPECT_EQ(data.features[0]->AttributeCount(), 1);
+
+  out = std::fopen(path.c_str(), "wb");
+  testing::internal::CaptureStderr();
+  WriteTvfFeature(out, TvfFormat::kAscii, *MakeMarker(9, 1, 2, "x"));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Unsupported marker type\n");
+  WriteTvfString(out, TvfFormat::kAscii, "a\0b"s);  // ends at the NUL
+  std::fclose(out);
+  EXPECT_EQ(test::ReadFile(path), "\r\n7 1 9 0 1.000000 2.000000 1 a\0 "s);
+}
+
+// The ASCII field encoders against the printf formats that define them.
+TEST(TvfEncodeTest, FieldsMatchPrintf) {
+  auto printed = [](const char* format, auto value) {
+    char text[512];
+    std::snprintf(text, sizeof text, format, value);
+    return std::string(text);
+  };
+  std::vector<double> reals = {0.0, -0.0, 0.5, -1.0000005, 2.5e-7, 1.0 / 3.0, 179.9999995, 1e300,
+                               -1.7976931348623157e308, 4.9e-324, HUGE_VAL, -HUGE_VAL,
+                               std::nan(""), -std::nan("")};
+  for (double v : reals) {
+    std::string encoded;
+    AppendTvfReal(encoded, TvfFormat::kAscii, v);
+    EXPECT_EQ(encoded, printed("%lf ", v));
+  }
+  for (int64_t v : {int64_t{0}, int64_t{0x69c}, int64_t{-1}, std::numeric_limits<int64_t>::min()}) {
+    std::string encoded;
+    AppendTvfInteger(encoded, TvfFormat::kAscii, v);
+    EXPECT_EQ(encoded, printed("%lx ", static_cast<unsigned long>(v)));
+  }
 }
 
 }  // namespace
