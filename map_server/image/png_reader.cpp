@@ -128,9 +128,10 @@ bool ReadPngFile(std::FILE* file, const std::string& path, LoadedImage& image) {
     kav::KavError("Unsupported PNG color format.", kError);
     return false;
   }
-  // The file's own row size must match the colour type's sample count: this
-  // admits 8-bit gray, RGB, RGBA and palette files.
-  if (header.file_row_bytes != static_cast<size_t>(samples) * header.width) {
+  // A file of byte samples must have rows of the colour type's sample count:
+  // this admits 8-bit gray, RGB, RGBA and palette files. Files of 1, 2, 4 or
+  // 16 bits a sample are judged by their decoded rows below.
+  if (header.bit_depth == 8 && header.file_row_bytes != static_cast<size_t>(samples) * header.width) {
     kav::KavError("PNG row size mismatch.", kInternalError);
     return false;
   }
