@@ -2,19 +2,15 @@
 // process-wide settings the options change.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "map_server/driver/command_convert.h"
 #include "map_server/driver/command_generate.h"
 #include "map_server/driver/command_merge.h"
-#include "map_server/driver/command_slf.h"
-#include "map_server/driver/command_slim.h"
 #include "map_server/driver/command_split.h"
 #include "map_server/driver/command_tile.h"
-#include "map_server/driver/command_tile_info.h"
 #include "tests/support/message_capture.h"
 #include "toolkit/global_config.h"
 #include "toolkit/message_log.h"
@@ -38,86 +34,44 @@ class SetupTest : public ::testing::Test {
   kav::GlobalConfig saved_;
 };
 
-// "expected follow up variable: <value name>" names the option's value the
-// way the option spells it ("-num-x-tiles": "num x tiles"), but for these.
-TEST(OptionTablesTest, ValueNamesSpellTheOption) {
-  const std::map<std::string, std::string> other_names = {
-      {"-oGISreq", "openGIS request"}, {"-min-wlon", "min world lon"}, {"-max-wlon", "max world lon"}};
-  GenerateOptions generate;
-  TileOptions image_tile, vector_tile;
-  vector_tile.kind = DataKind::kVector;
-  SplitOptions split;
-  MergeOptions merge;
-  ConvertOptions convert;
-  SlimOptions slim;
-  SlfOptions slf;
-  TileInfoOptions tile_info;
-  for (const OptionTable& table :
-       {GenerateOptionTable(generate), TileOptionTable(image_tile), TileOptionTable(vector_tile),
-        SplitOptionTable(split), MergeOptionTable(merge), ConvertOptionTable(convert), SlimOptionTable(slim),
-        SlfOptionTable(slf), TileInfoOptionTable(tile_info)}) {
-    for (const Option& option : table) {
-      std::string spelled = IsSwitch(option) ? "" : std::string(option.name.substr(1));
-      std::replace(spelled.begin(), spelled.end(), '-', ' ');
-      auto other = other_names.find(std::string(option.name));
-      if (other != other_names.end()) spelled = other->second;
-      if (!option.missing_message.empty()) continue;  // -attr words its own message
-      EXPECT_EQ(option.value_name, spelled) << option.name;
-    }
-  }
-}
-
-struct Expected {
-  SplitKind kind;
-  std::vector<double> extent;  // min x, min y, max x, max y; checked for kTileGivenExtent
-  int64_t columns, rows;       // checked for the tiling kinds
-  std::vector<double> wrap;    // west, east; empty: no wrapping
-};
-
-void ExpectSplit(const VectorSplitOptions& o, const Expected& e, const std::string& name) {
-  EXPECT_EQ(o.kind, e.kind) << name;
-  if (e.kind == SplitKind::kTileGivenExtent) {
-    EXPECT_EQ((std::vector<double>{o.min_x, o.min_y, o.max_x, o.max_y}), e.extent) << name;
-  }
-  if (e.kind == SplitKind::kTileGivenExtent || e.kind == SplitKind::kTileOwnExtent) {
-    EXPECT_EQ(o.columns, e.columns) << name;
-    EXPECT_EQ(o.rows, e.rows) << name;
-  }
-  EXPECT_EQ(o.wrap, !e.wrap.empty()) << name;
-  if (o.wrap) { EXPECT_EQ((std::vector<double>{o.wrap_west, o.wrap_east}), e.wrap) << name; }
+// Kind, extent (min x, min y, max x, max y), grid and wrap range as one line.
+std::string Settings(const VectorSplitOptions& o) {
+  const char* kinds[] = {"none", "attr", "points", "own", "given"};
+  std::ostringstream s;
+  s << kinds[static_cast<int>(o.kind)] << " " << o.min_x << "," << o.min_y << "," << o.max_x << "," << o.max_y
+    << " " << o.columns << "x" << o.rows;
+  if (o.wrap) s << " wrap " << o.wrap_west << ".." << o.wrap_east;
+  return s.str();
 }
 
 // What -split and -tile -vector hand to the split worker.
 TEST_F(SetupTest, SplitKindsExtentsAndWrapRanges) {
-  using K = SplitKind;
   const Args split = {"-filename", "in.tvf", "-output", "out.tvf"};
   const Args tile = {"-vector", "-filename", "in.tvf", "-template", "out.tvf", "-num-x-tiles", "5",
                      "-num-y-tiles", "6"};
-  struct Case {
+  const struct {
     bool tile;
     Args args;
-    Expected expected;
+    std::string settings;
   } cases[] = {
-      {false, {"-attr", "@1==2", "-attr", "@2==3", "-invert-attr", "-no-range"}, {K::kAttribute, {}, 1, 1, {}}},
-      {false, {"-num-points", "2"}, {K::kPoints, {}, 1, 1, {}}},
-      {false, {"-num-points", "50", "-pos-range"}, {K::kPoints, {}, 1, 1, {0, 360}}},
-      {false, {"-num-points", "50", "-neg-range"}, {K::kPoints, {}, 1, 1, {-180, 180}}},
+      {false, {"-attr", "@1==2", "-attr", "@2==3", "-invert-attr", "-no-range"}, "attr 0,0,0,0 1x1"},
+      {false, {"-num-points", "2"}, "points 0,0,0,0 1x1"},
+      {false, {"-num-points", "50", "-pos-range"}, "points 0,0,0,0 1x1 wrap 0..360"},
+      {false, {"-num-points", "50", "-neg-range"}, "points 0,0,0,0 1x1 wrap -180..180"},
       {false, {"-num-points", "3", "-custom-range", "-min-wlon", "-20", "-max-wlon", "340"},
-       {K::kPoints, {}, 1, 1, {-20, 340}}},
+       "points 0,0,0,0 1x1 wrap -20..340"},
       {false, {"-bbox", "-num-x-tiles", "4", "-num-y-tiles", "3", "-min-lat", "10", "-max-lat", "20",
-               "-min-lon", "-5.5", "-max-lon", "7"}, {K::kTileGivenExtent, {-5.5, 10, 7, 20}, 4, 3, {}}},
-      {false, {"-bbox", "-tvf-extent", "-num-x-tiles", "2"}, {K::kTileOwnExtent, {}, 2, 1, {}}},
-      {false, {"-bbox", "-world-extent"}, {K::kTileGivenExtent, {-180, -90, 180, 90}, 1, 1, {}}},
-      {false, {"-bbox", "-world-extent", "-pos-range"},
-       {K::kTileGivenExtent, {0, -90, 360, 90}, 1, 1, {0, 360}}},
-      {false, {"-bbox", "-world-extent", "-tvf-extent"}, {K::kTileOwnExtent, {}, 1, 1, {}}},  // the last wins
-      {true, {"-tvf-extent"}, {K::kTileOwnExtent, {}, 5, 6, {}}},
+               "-min-lon", "-5.5", "-max-lon", "7"}, "given -5.5,10,7,20 4x3"},
+      {false, {"-bbox", "-tvf-extent", "-num-x-tiles", "2"}, "own 0,0,0,0 2x1"},
+      {false, {"-bbox", "-world-extent"}, "given -180,-90,180,90 1x1"},
+      {false, {"-bbox", "-world-extent", "-pos-range"}, "given 0,-90,360,90 1x1 wrap 0..360"},
+      {false, {"-bbox", "-world-extent", "-tvf-extent"}, "own 0,0,0,0 1x1"},  // the last wins
+      {true, {"-tvf-extent"}, "own 0,0,0,0 5x6"},
       {true, {"-world-extent", "-custom-range", "-min-wlon", "-90", "-max-wlon", "270"},
-       {K::kTileGivenExtent, {-90, -90, 270, 90}, 5, 6, {-90, 270}}},
-      {true, {"-min-lat", "1", "-max-lat", "2", "-min-lon", "3", "-max-lon", "4"},
-       {K::kTileGivenExtent, {3, 1, 4, 2}, 5, 6, {}}},
+       "given -90,-90,270,90 5x6 wrap -90..270"},
+      {true, {"-min-lat", "1", "-max-lat", "2", "-min-lon", "3", "-max-lon", "4"}, "given 3,1,4,2 5x6"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     const std::string name = ::testing::PrintToString(c.args);
     MessageCapture capture;
     SplitOptions split_options;
@@ -127,23 +81,9 @@ TEST_F(SetupTest, SplitKindsExtentsAndWrapRanges) {
         << name << ": " << ::testing::PrintToString(capture.Texts());
     EXPECT_TRUE(capture.messages().empty()) << name;
     const VectorSplitOptions& o = c.tile ? tile_options.vector : split_options;
-    ExpectSplit(o, c.expected, name);
-    EXPECT_EQ(o.conditions.has_value(), c.expected.kind == K::kAttribute) << name;
-    EXPECT_EQ(o.filename, "in.tvf") << name;
-    EXPECT_EQ(o.output, "out.tvf") << name;
-  }
-}
-
-TEST_F(SetupTest, SaveModeFlagLastOneWins) {
-  const std::pair<Args, bool> cases[] = {
-      {{"-output", "o", "a"}, false}, {{"-b", "-output", "o", "a"}, true},
-      {{"-b", "-a", "-output", "o", "a"}, false}};
-  for (const auto& [args, binary] : cases) {
-    kav::Config().binary_save = false;
-    MergeOptions options;
-    ASSERT_TRUE(SetupMerge(args, options));
-    EXPECT_EQ(kav::Config().binary_save, binary) << ::testing::PrintToString(args);
-    EXPECT_EQ(options.files, Args{"a"});
+    EXPECT_EQ(Settings(o), c.settings) << name;
+    EXPECT_EQ(o.conditions.has_value(), o.kind == SplitKind::kAttribute) << name;
+    EXPECT_EQ(o.filename.value_or("") + " " + o.output.value_or(""), "in.tvf out.tvf") << name;
   }
 }
 
@@ -165,6 +105,14 @@ TEST_F(SetupTest, ModeOptionsSetTheProcessWideSettings) {
   EXPECT_EQ(kav::Messages().verbosity, 1000);
   EXPECT_EQ(generate.query, "REQUEST=x");
   EXPECT_EQ(generate.dataset, "d.sdf");
+
+  for (const bool binary : {false, true}) {  // of -a and -b the last one wins
+    MergeOptions merge;
+    ASSERT_TRUE(SetupMerge(binary ? Args{"-a", "-b", "-output", "o", "a"} : Args{"-b", "-a", "-output", "o", "a"},
+                           merge));
+    EXPECT_EQ(kav::Config().binary_save, binary);
+    EXPECT_EQ(merge.files, Args{"a"});
+  }
 }
 
 TEST(ReadNumberTest, IntegersAndRealsReadLikeScanf) {

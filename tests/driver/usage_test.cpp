@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <map>
 #include <set>
 #include <sstream>
 #include <string>
@@ -14,6 +16,7 @@
 #include "map_server/driver/command_slim.h"
 #include "map_server/driver/command_split.h"
 #include "map_server/driver/command_tile.h"
+#include "map_server/driver/command_tile_info.h"
 #include "map_server/driver/driver.h"
 
 namespace vmp {
@@ -40,7 +43,8 @@ Lines UsageLines() {
   return lines;
 }
 
-// The global options, then the modes in order, each after a blank line.
+// The global options, then the modes in order, each after a blank line;
+// option lines keep their column (26) and words letter for letter.
 TEST(UsageTest, GlobalOptionsThenModeGroups) {
   const Lines lines = UsageLines();
   EXPECT_EQ(Lines(lines.begin(), lines.begin() + 5),
@@ -60,28 +64,33 @@ TEST(UsageTest, GlobalOptionsThenModeGroups) {
   for (const char* not_a_mode : {"-map-server", "-arg-file", "-Version", "generate", ""}) {
     EXPECT_EQ(FindMode(not_a_mode), nullptr) << not_a_mode;
   }
-}
-
-// Option lines: the option padded to column 26, then its text, letter for letter.
-TEST(UsageTest, OptionLinesKeepTheirColumnsAndWords) {
   const std::string text = UsageText();
-  for (const char* exact : {
-           "          -dataset file   dataset file to use\n",
-           "          -iteration-max  Sets VmpIterationMax global configuration variable.\n",
-           "          -min-lat n      minimum lattitude\n",
-           "          -close-polygons coverts polylines to polygons by adding closing segment\n",
-           "       -image mode only:\n",
-           "       -vector mode only:\n",
-       }) {
+  for (const char* exact : {"          -dataset file   dataset file to use\n",
+                            "          -iteration-max  Sets VmpIterationMax global configuration variable.\n",
+                            "          -min-lat n      minimum lattitude\n",
+                            "          -close-polygons coverts polylines to polygons by adding closing segment\n",
+                            "       -image mode only:\n", "       -vector mode only:\n"}) {
     EXPECT_NE(text.find(exact), std::string::npos) << exact;
   }
 }
 
 // Every option a mode reads is listed in its group, and nothing else is.
-TEST(UsageTest, ListsEveryOptionOfEveryMode) {
-  auto names = [](const OptionTable& table) {
+// "expected follow up variable: <value name>" names an option's value the
+// way the option spells it ("-num-x-tiles": "num x tiles"), but for a few.
+TEST(UsageTest, EveryOptionIsListedAndNamed) {
+  const std::map<std::string, std::string> other_names = {
+      {"-oGISreq", "openGIS request"}, {"-min-wlon", "min world lon"}, {"-max-wlon", "max world lon"}};
+  auto names = [&](const OptionTable& table) {
     std::set<std::string> out;
-    for (const Option& option : table) out.insert(std::string(option.name));
+    for (const Option& option : table) {
+      const std::string name(option.name);
+      out.insert(name);
+      std::string spelled = IsSwitch(option) ? "" : name.substr(1);
+      std::replace(spelled.begin(), spelled.end(), '-', ' ');
+      if (other_names.count(name) != 0) spelled = other_names.at(name);
+      if (!option.missing_message.empty()) continue;  // -attr words its own message
+      EXPECT_EQ(option.value_name, spelled) << name;
+    }
     return out;
   };
   GenerateOptions generate;
@@ -90,8 +99,10 @@ TEST(UsageTest, ListsEveryOptionOfEveryMode) {
   SlimOptions slim;
   SplitOptions split;
   SlfOptions slf;
+  TileInfoOptions tile_info;
   TileOptions image_tile, vector_tile;
   vector_tile.kind = DataKind::kVector;
+  names(TileInfoOptionTable(tile_info));  // not in the usage text
   std::set<std::string> tile = names(TileOptionTable(image_tile)), slf_names = names(SlfOptionTable(slf));
   tile.merge(names(TileOptionTable(vector_tile)));
   // Read by -tile -vector only to be refused with their own message.

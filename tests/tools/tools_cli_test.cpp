@@ -38,11 +38,9 @@ TEST(ToolsCliTest, MergeAndInfo) {
   r = RunMapServer({"-merge", "-output", a, a, b, empty});
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.out, "Merged 3 objects in 3 files.\n");
-  EXPECT_EQ(test::LoadOrFail(a).FeatureCount(), 3);
-
-  r = RunMapServer({"-merge", "-output", dir / "no/such/dir.tvf", b});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.err, "VmpMap: Error: Could not open output file: " + dir / "no/such/dir.tvf" + "\n");
+  const std::vector<test::Points> merged = test::Geometry(test::LoadOrFail(a));
+  EXPECT_EQ(merged.size(), 3u);
+  EXPECT_EQ(merged.back(), (test::Points{{100, 1}}));  // in the order given
 
   r = RunMapServer({"-tvf-info", a, missing});
   EXPECT_EQ(r.status, 1);
@@ -50,7 +48,6 @@ TEST(ToolsCliTest, MergeAndInfo) {
   EXPECT_NE(r.err.find("File: " + a + ":\nBounding box:\nMIN LAT= -7.500000\nMAX LAT= 60.000000\n"
                        "MIN LON= -10.000000\nMAX LON= 100.000000\n"),
             std::string::npos) << r.err;
-  EXPECT_NE(r.err.find("VmpMap: Error: Error reading file, skipping: " + missing), std::string::npos);
 }
 
 TEST(ToolsCliTest, SplitAndTile) {
@@ -65,7 +62,8 @@ TEST(ToolsCliTest, SplitAndTile) {
   EXPECT_EQ(r.out, "Writing tile #3\nWriting tile #6\n");
   EXPECT_EQ(r.err, "VmpMap: Info: Number of skipped tiles with no features: 6\n"
                    "VmpMap: Info: Tiled vector data\n");
-  EXPECT_TRUE(test::FileExists(dir / "t0_1.tvf") && test::FileExists(dir / "t3_0.tvf"));
+  EXPECT_EQ(test::Geometry(test::LoadOrFail(dir / "t0_1.tvf")).size(), 1u);
+  EXPECT_EQ(test::Geometry(test::LoadOrFail(dir / "t3_0.tvf")), (std::vector<test::Points>{{{100, -40}}}));
 
   r = RunMapServer({"-split", "-filename", in, "-output", dir / "s.tvf", "-attr", "@1==x"});
   EXPECT_EQ(r.status, 0);
