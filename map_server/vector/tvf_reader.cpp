@@ -645,6 +645,17 @@ bool LoadTvfFile(const std::string& file_name, TvfSource source, VectorData& dat
 
   TvfInput input(stream);
   bool ok = LoadTvfStream(input, file_name, data, quiet, attributes);
+  if (pipe) {
+    // A command that fails after writing whole records would otherwise pass
+    // for a complete file with features missing.
+    const int status = pclose(pipe.release());
+    if (status != 0 && ok) {
+      if (!quiet) Report(kError, "Filter command failed", BuildFilterCommandLine(filter_command, file_name));
+      data.Clear();
+      data.error = true;
+      ok = false;
+    }
+  }
   if (ok && Verbosity() >= 6) Report(kInfo, "Loaded TVF file", file_name);
   report_time();
   return ok;

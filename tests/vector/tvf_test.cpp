@@ -270,6 +270,10 @@ TEST(TvfReaderTest, SourcesAndTheirMessages) {
       {tvf, TvfSource::kShapefile, "cat % | cat", false, 6, true,
        {"Info: Invoking the command: cat \"" + tvf + "\" | cat", loaded}},
       {tvf, TvfSource::kTvf, "cat", false, 6, true, {"Info: Invoking the command: cat \"" + tvf + "\"", loaded}},
+      // A command that fails after writing whole records: no partial load.
+      {tvf, TvfSource::kTvf, "cat % ; false", false, 0, false,
+       {"Error: Filter command failed: cat \"" + tvf + "\" ; false"}},
+      {tvf, TvfSource::kTvf, "cat % ; false", true, 0, false, {}},
       {tvf, TvfSource::kTvf, "true", false, 0, false,
        {"Error: File Specified is not a valid TVF file: " + tvf, "Error: Invalid header in TVF data file: " + tvf}},
       // clang-format on
