@@ -12,6 +12,7 @@
 #include <jpeglib.h>
 
 #include "map_server/geometry/map_image.h"
+#include "map_server/util/paths.h"
 #include "toolkit/message_log.h"
 
 namespace vmp {
@@ -88,7 +89,10 @@ bool WriteMapJpeg(std::FILE* stream, const std::string& path, const uint8_t* pix
   jpeg_destroy_compress(&cinfo);
   if (!compressed) {
     Report(kError, "Error writing image file", stream != nullptr ? err.message : path.c_str());
-    if (stream == nullptr) std::fclose(out);
+    if (stream == nullptr) {
+      std::fclose(out);
+      RemovePartialFile(path);  // no half-written image left behind
+    }
     return false;
   }
 
@@ -98,6 +102,7 @@ bool WriteMapJpeg(std::FILE* stream, const std::string& path, const uint8_t* pix
     return true;
   }
   if (std::fclose(out) != 0) {
+    RemovePartialFile(path);
     Report(kError, "Error writing image file", path);
     return false;
   }

@@ -3,11 +3,13 @@
 #include <tiffio.h>
 
 #include <cstring>
+#include <cstdio>
 #include <limits>
 #include <new>
 #include <vector>
 
 #include "map_server/image/tiff_support.h"
+#include "map_server/util/paths.h"
 #include "toolkit/message_log.h"
 
 namespace vmp {
@@ -78,9 +80,11 @@ bool VmpWriteTiff(std::FILE* stream, const std::string& path, const void* pixels
   }
   const bool written =
       WriteTiffContents(tif, static_cast<const uint8_t*>(pixels), static_cast<uint32_t>(width),
-                        static_cast<uint32_t>(height), kind, alpha, signed_samples);
+                        static_cast<uint32_t>(height), kind, alpha, signed_samples) &&
+      TIFFFlush(tif) == 1;
   TIFFClose(tif);
   if (!written) {
+    RemovePartialFile(path);  // no half-written tile left behind
     Report(kError, "Error writing image file ", path);
     if (Verbosity() >= 1 && messages.first_error[0] != '\0')
       Report(kInfo, path, messages.first_error);

@@ -1,5 +1,7 @@
 #include "map_server/util/paths.h"
 
+#include <filesystem>
+
 namespace vmp {
 
 namespace {
@@ -43,6 +45,11 @@ std::string DirectoryOf(std::string_view path) {
 std::string BaseName(std::string_view path) {
   size_t pos = path.find_last_of("/\\");
   return std::string(pos == std::string_view::npos ? path : path.substr(pos + 1));
+}
+
+void RemovePartialFile(const std::string& path) {
+  std::error_code error;
+  if (std::filesystem::is_regular_file(path, error)) std::filesystem::remove(path, error);
 }
 
 }  // namespace vmp

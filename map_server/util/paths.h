@@ -28,4 +28,8 @@ std::string DirectoryOf(std::string_view path);
 // The last component of a path.
 std::string BaseName(std::string_view path);
 
+// Removes what a failed write left at `path`, when it is a regular file
+// (never a device such as /dev/null named as the output).
+void RemovePartialFile(const std::string& path);
+
 }  // namespace vmp
