@@ -109,6 +109,21 @@ Layer FillLayer() {
   return layer;
 }
 
+// Draws `data` once to warm the scratch arrays, then times the drawing and
+// reports the allocations of the last run (none once the arrays have grown).
+void TimeDrawing(benchmark::State& state, DrawSurface& surface, VectorScratch& scratch, Layer& layer,
+                 const VectorData& data) {
+  VectorDrawStats stats;
+  DrawVectorTile(surface, scratch, layer, data, {}, stats);
+  int64_t allocations = 0;
+  for (auto _ : state) {
+    const int64_t before = g_allocations.load();
+    DrawVectorTile(surface, scratch, layer, data, {}, stats);
+    allocations = g_allocations.load() - before;
+  }
+  state.counters["allocs"] = static_cast<double>(allocations);
+}
+
 // Projection, clipping and filling of all countries (the whole drawing of a
 // vector tile), arguments: projection.
 void BM_DrawCountries(benchmark::State& state) {
@@ -193,15 +208,7 @@ void BM_DrawCountryEdges(benchmark::State& state) {
   layer.record.drawing.line_width = static_cast<int32_t>(state.range(1));
   layer.record.drawing.alpha = 0.7;  // blended: every pixel of a stroke written once
   const VectorData& data = Countries();
-  VectorDrawStats stats;
-  DrawVectorTile(surface, scratch, layer, data, {}, stats);  // warm-up
-  int64_t allocations = 0;
-  for (auto _ : state) {
-    const int64_t before = g_allocations.load();
-    DrawVectorTile(surface, scratch, layer, data, {}, stats);
-    allocations = g_allocations.load() - before;
-  }
-  state.counters["allocs"] = static_cast<double>(allocations);
+  TimeDrawing(state, surface, scratch, layer, data);
 }
 
 // 10^4 markers on a 2048 x 2048 map, arguments: MarkerType flags, size.
@@ -222,15 +229,7 @@ void BM_DrawMarkers(benchmark::State& state) {
     m->y = -89.0 + 178.0 * ((i * 104729) % 10000) / 10000.0;
     data.AddFeature(std::move(m));
   }
-  VectorDrawStats stats;
-  DrawVectorTile(surface, scratch, layer, data, {}, stats);  // warm-up
-  int64_t allocations = 0;
-  for (auto _ : state) {
-    const int64_t before = g_allocations.load();
-    DrawVectorTile(surface, scratch, layer, data, {}, stats);
-    allocations = g_allocations.load() - before;
-  }
-  state.counters["allocs"] = static_cast<double>(allocations);
+  TimeDrawing(state, surface, scratch, layer, data);
   state.SetItemsProcessed(state.iterations() * 10000);
 }
 
