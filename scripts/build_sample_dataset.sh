@@ -165,51 +165,46 @@ CUSTOM ATTR= 202 priority VMP_D
 ATTR MAP= priority LabelPriority@3 styles/country_priority.thr ABS
 LABEL SELECTION MODE=YES
 EOF
-cat > capitals.lif <<'EOF'
-# National capitals: a dot and the name, bigger cities first.
+cat > place_labels.lif <<'EOF'
+# The populated places with their names to the right, shared by the two layers below.
 TYPE=VECTOR
 TRANS TYPE=OPAQUE
 FILENAME=places/places.tvf
+FONT=sans
+TEXT TYPE=FLAT
+TEXT ANCHOR=HLEFT VCENTER
+LABEL OUTLINE COLOR=0.1 0.1 0.1
+LABEL STYLE=OUTLINE
+LAYOUT TYPE=GLOBAL
+LABEL SELECTION MODE=YES
+EOF
+cat > capitals.lif <<'EOF'
+# National capitals: a dot and the name, bigger cities first.
+INCLUDE=place_labels.lif
 ATTR COND=@1=="Admin-0 capital"
 MARKER ICON TYPE=CIRCLE_FILL CIRCLE_EDGE
 MARKER ICON SIZE=6
 MARKER FILL COLOR=0.85 0.1 0.1
 MARKER EDGE COLOR=1 1 1
 MARKER MARGIN=1
-FONT=sans
 FONT SCALE=0.9
-TEXT TYPE=FLAT
-TEXT ANCHOR=HLEFT VCENTER
 LABEL COLOR=1 1 1
-LABEL OUTLINE COLOR=0.1 0.1 0.1
-LABEL STYLE=OUTLINE
-LAYOUT TYPE=GLOBAL
 LAYOUT MARGIN=2
 CUSTOM ATTR= 201 priority VMP_D
 ATTR MAP= priority LabelPriority@2 styles/population_priority.thr ABS
-LABEL SELECTION MODE=YES
 EOF
 cat > towns.lif <<'EOF'
 # The other populated places, from 3x zoom on.
-TYPE=VECTOR
-TRANS TYPE=OPAQUE
-FILENAME=places/places.tvf
+INCLUDE=place_labels.lif
 ATTR COND=@1!="Admin-0 capital"
 MIN ZOOM=3
 MARKER ICON TYPE=BOX_FILL BOX_EDGE
 MARKER ICON SIZE=5
 MARKER FILL COLOR=1 0.85 0.2
 MARKER EDGE COLOR=0.2 0.2 0.2
-FONT=sans
 FONT SCALE=0.8
-TEXT TYPE=FLAT
-TEXT ANCHOR=HLEFT VCENTER
 LABEL COLOR=1 1 0.85
-LABEL OUTLINE COLOR=0.1 0.1 0.1
-LABEL STYLE=OUTLINE
-LAYOUT TYPE=GLOBAL
 LABEL PRIORITY=10
-LABEL SELECTION MODE=YES
 EOF
 cat > graticule.lif <<'EOF'
 # Parallels and meridians, denser as the map zooms in, labelled in the stroke font.
